@@ -1,0 +1,105 @@
+// The floating-point theory objects of the stand-in host: bound elements, the
+// interval domain that allocates them, the bounds trail, the
+// decision-dependency manager and value elements.
+//
+// Ownership: bound elements live in blocks of the domain's element pool and
+// belong to the domain; the host gives each one back with
+// release_FpBoundElement (the trail does so when it backtracks).  The trail
+// owns its map of value intervals.  The domain's no-decision element lives
+// inside the domain object, so its address is stable and never allocated.
+//
+// Bounds: an element with the flag set is a lower bound (the term is at or
+// above the value in the packed order), with the flag clear an upper bound.
+// Asserting a bound appends it to the trail and appends one narrowed entry to
+// its term's interval; backtracking to an earlier length undoes both, so the
+// trail and the intervals always move in step (check_invariants).
+#pragma once
+
+#include "fp/fp_value_interval.h"
+#include "host/ieee_float.h"
+#include "host/terms.h"
+#include "host/theory_lit.h"
+#include "support/hashtable.h"
+#include "support/memory_pool.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <ostream>
+#include <vector>
+
+namespace qorv {
+
+struct FpBoundElement {
+  TheoryLit lit = tlit_Undef;
+  IEEEFloat value;
+
+  FpBoundElement() = default;
+  FpBoundElement(TheoryLit l, IEEEFloat const& v) : lit(l), value(v) {}
+
+  Term const* term() const noexcept { return lit.term(); }
+  bool flag() const noexcept { return lit.flag(); }
+  // "<term name> >= <value>" for a lower bound, "<term name> <= <value>" for
+  // an upper bound, the value as IEEEFloat::to_str writes it; "undef" for
+  // the undefined literal.
+  void print(std::ostream& out) const;
+};
+
+class FpIntervalDomain {
+public:
+  FpIntervalDomain() : element_pool(16, 2.0f, 8192) {}
+  FpIntervalDomain(FpIntervalDomain const&) = delete;
+  FpIntervalDomain& operator=(FpIntervalDomain const&) = delete;
+
+  // A new element (t with `flag` in its lowest bit, a copy of v) in a pool
+  // block.  Never null; throws std::bad_alloc (and takes no block) when the
+  // pool cannot grow or the value cannot be copied.
+  FpBoundElement* new_FpBoundElement(bool flag, Term const* t, IEEEFloat const& v);
+  // Destroys an element made by new_FpBoundElement and gives its block back.
+  // The no-decision element is not allocated and is ignored.
+  void release_FpBoundElement(FpBoundElement* e) noexcept;
+  bool is_no_decision(FpBoundElement const* e) const noexcept { return e == &no_decision; }
+  std::uint64_t live_elements() const noexcept { return live_; }
+
+  FpBoundElement no_decision; // returned when there is nothing to decide
+  MemoryPool<sizeof(FpBoundElement), false> element_pool;
+
+private:
+  std::uint64_t live_ = 0;
+};
+
+class FpBoundsTrail {
+public:
+  explicit FpBoundsTrail(TermManager* term_manager) : tm(term_manager) {}
+  FpBoundsTrail(FpBoundsTrail const&) = delete;
+  FpBoundsTrail& operator=(FpBoundsTrail const&) = delete;
+
+  // Appends e and narrows its term's interval: a lower bound raises the
+  // lower end to e's value, an upper bound lowers the upper end, each only
+  // when e is tighter (packed order).  Initialises an empty interval first.
+  // The flag of the new entry is e's flag.  Strong guarantee on exceptions.
+  void assert_bound(FpBoundElement* e);
+  // Undoes every bound past `length` (newest first), popping one interval
+  // entry per bound; with a domain, the elements are given back to it.
+  void backtrack(std::size_t length, FpIntervalDomain* domain = nullptr);
+  std::size_t size() const noexcept { return bounds.size(); }
+  // The interval of t, initialised on first use.
+  fp::FpValueInterval& interval(Term const* t);
+  // Every asserted bound has its interval entry (entries = 1 + bounds of the
+  // term), and all three arrays of each interval have one length.
+  void check_invariants() const;
+
+  TermManager* tm;
+  hsh::HashMap<Term const*, fp::FpValueInterval> intervals;
+  std::vector<FpBoundElement*> bounds; // in order of assertion
+};
+
+struct FpDecDepManager {
+  std::vector<Term const*> terms; // the term list
+  std::size_t split = 0;          // positions before it form the first segment
+};
+
+struct FpValueElement {
+  hsh::HashSet<Term const*> terms;
+};
+
+} // namespace qorv

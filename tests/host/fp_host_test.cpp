@@ -1,0 +1,97 @@
+#include "host/fp_host.h"
+#include "support/alloc_failure.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <new>
+#include <set>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace qorv {
+namespace {
+
+IEEEFloat f32(double d) { return IEEEFloat::from_double(d, {8, 24}); }
+std::string text(FpBoundElement const& e) {
+  std::ostringstream out;
+  e.print(out);
+  return out.str();
+}
+
+TEST(FpHost, NewBoundElementPrintsAndComesFromPool) {
+  TermManager tm;
+  FpIntervalDomain domain;
+  Term const* x = tm.mk_var("x", tm.fp_sort(8, 24));
+  FpBoundElement* lo = domain.new_FpBoundElement(true, x, f32(1.5));
+  FpBoundElement* hi = domain.new_FpBoundElement(false, x, f32(-2));
+  EXPECT_EQ(lo->lit.word, reinterpret_cast<std::uintptr_t>(x) | 1);
+  EXPECT_EQ(hi->lit.word, reinterpret_cast<std::uintptr_t>(x));
+  EXPECT_EQ(text(*lo), "x >= " + f32(1.5).to_str());
+  EXPECT_EQ(text(*hi), "x <= (fp #b1 #b10000000 #b00000000000000000000000)");
+  EXPECT_EQ(text(domain.no_decision), "undef");
+  // Distinct blocks; the seventeenth element needs a second chunk.
+  std::set<FpBoundElement*> seen{lo, hi};
+  for (int i = 2; i < 17; ++i) seen.insert(domain.new_FpBoundElement(i % 2, x, f32(i)));
+  EXPECT_EQ(seen.size(), 17u);
+  EXPECT_EQ(domain.element_pool.chunk_count(), 2u);
+  IEEEFloat wide = IEEEFloat::from_double(1, {15, 113});
+  {
+    test::AllocationFailure fail_next(0); // a failed value copy gives its block back
+    EXPECT_THROW(domain.new_FpBoundElement(true, x, wide), std::bad_alloc);
+  }
+  EXPECT_EQ(domain.live_elements(), 17u);
+  for (FpBoundElement* e : seen) domain.release_FpBoundElement(e);
+  domain.release_FpBoundElement(&domain.no_decision); // ignored
+  EXPECT_EQ(domain.live_elements(), 0u);
+}
+
+TEST(FpHost, TrailNarrowsOnlyAndBacktracksInStep) {
+  TermManager tm;
+  FpIntervalDomain domain;
+  FpBoundsTrail trail(&tm);
+  Term const* x = tm.mk_var("x", tm.fp_sort(8, 24));
+  auto ends = [&] {
+    fp::FpValueInterval& iv = trail.interval(x);
+    return std::to_string(iv.lower().to_double()) + "," + std::to_string(iv.upper().to_double());
+  };
+  trail.assert_bound(domain.new_FpBoundElement(true, x, f32(-1)));
+  trail.assert_bound(domain.new_FpBoundElement(false, x, f32(4)));
+  EXPECT_EQ(ends(), "-1.000000,4.000000");
+  trail.assert_bound(domain.new_FpBoundElement(true, x, f32(-3)));  // looser: kept
+  trail.assert_bound(domain.new_FpBoundElement(false, x, f32(-0.0))); // tighter
+  EXPECT_EQ(ends(), "-1.000000,-0.000000");
+  EXPECT_EQ(trail.interval(x).flags, (std::vector<bool>{false, true, false, true, false}));
+  trail.check_invariants();
+  trail.backtrack(2, &domain);
+  EXPECT_EQ(ends(), "-1.000000,4.000000");
+  EXPECT_EQ(domain.live_elements(), 2u);
+  trail.backtrack(0, &domain);
+  EXPECT_TRUE(trail.interval(x).lower().is_nan());
+  EXPECT_EQ(trail.interval(x).flags.size(), 1u);
+  trail.check_invariants();
+  EXPECT_EQ(domain.live_elements(), 0u);
+}
+
+TEST(FpHost, TermManagerFilesConstantsOnly) {
+  TermManager tm;
+  DataType const* f16 = tm.fp_sort(5, 11);
+  EXPECT_EQ(tm.fp_sort(IEEEFloat::format{5, 11}), f16); // interned
+  Term const* a = tm.mk_var("a", f16);
+  Term const* c = tm.mk_const(f16, QNumber(0x3C00, 1)); // 1.0
+  EXPECT_NE(a->id, c->id);
+  EXPECT_EQ(tm.constant_bits().find(a->symbol), tm.constant_bits().end());
+  EXPECT_EQ(tm.constant_bits().find(c->symbol)->second, QNumber(0x3C00, 1));
+  EXPECT_EQ(c->name(), "(fp #b0 #b01111 #b0000000000)");
+  EXPECT_THROW(tm.mk_const(f16, QNumber(1 << 16, 1)), std::invalid_argument);
+  EXPECT_THROW(tm.mk_const(tm.bool_sort(), QNumber(0, 1)), std::invalid_argument);
+  Term const* wide = tm.mk_const(IEEEFloat::from_double(-0.0, {15, 113}));
+  EXPECT_EQ(tm.constant_bits().find(wide->symbol)->second.to_string(),
+            "170141183460469231731687303715884105728"); // 2^127: the sign bit
+  EXPECT_EQ(tm.term_count(), 3u); // rejected constants leave no term behind
+}
+
+} // namespace
+} // namespace qorv

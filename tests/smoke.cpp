@@ -1,0 +1,18 @@
+// Smoke run: builds a few values and prints them, proving the library links
+// and its basic operations work in an installed-like setting.
+#include "host/ieee_float.h"
+#include "support/packed_order.h"
+
+#include <iostream>
+
+int main() {
+  using qorv::IEEEFloat;
+  IEEEFloat nan({11, 53}, IEEEFloat::rm_nearest_even);
+  nan.self_nan();
+  IEEEFloat inf({11, 53}, IEEEFloat::rm_nearest_even);
+  inf.self_inf(true);
+  bool ordered = IEEEFloat::Packed{&nan} < IEEEFloat::Packed{&inf};
+  std::cout << "NaN      " << nan.to_str() << "\n-inf     " << inf.to_str()
+            << "\nNaN < -inf in the packed order: " << (ordered ? "yes" : "no") << "\n";
+  return ordered ? 0 : 1;
+}
