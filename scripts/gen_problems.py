@@ -1,0 +1,214 @@
+#!/usr/bin/python3
+"""Random SMT-LIB problems over floating-point comparisons, for fpsolve.
+
+    gen_problems.py random SEED            one small random problem (mixed Boolean
+                                           structure, several formats, special values)
+    gen_problems.py chain N [FORMAT]       a strict ordering chain of N variables with
+                                           bounds and a twist (sat)
+    gen_problems.py chain-unsat N [FORMAT] the same chain closed into a cycle (unsat)
+    gen_problems.py many N [SEED]          N variables in pairwise comparisons, ranges
+                                           and classifications (satisfiable by design)
+    gen_problems.py wide N [SEED]          the 'many' family in Float128 and (15, 200)
+
+Every problem ends in (check-sat) and is written to standard
+output.  The same arguments always give the same text.
+"""
+import random
+import sys
+
+FORMATS = [(2, 3), (3, 5), (5, 11), (8, 24), (11, 53), (15, 113)]
+NAMED = {(5, 11): "Float16", (8, 24): "Float32", (11, 53): "Float64", (15, 113): "Float128"}
+RMS = ["RNE", "RNA", "RTP", "RTN", "RTZ", "roundNearestTiesToEven", "roundTowardZero"]
+
+
+def sort_text(fmt, rng=None):
+    if fmt in NAMED and (rng is None or rng.random() < 0.5):
+        return NAMED[fmt]
+    return "(_ FloatingPoint %d %d)" % fmt
+
+
+def bits_literal(rng, fmt, bits):
+    eb, sb = fmt
+    s = format(bits, "0%db" % (eb + sb))
+    kind = rng.random()
+    if kind < 0.5:
+        return "(fp #b%s #b%s #b%s)" % (s[0], s[1:1 + eb], s[1 + eb:])
+    if kind < 0.75 or (eb + sb) % 4:
+        return "((_ to_fp %d %d) #b%s)" % (eb, sb, s)
+    return "((_ to_fp %d %d) #x%s)" % (eb, sb, format(bits, "0%dx" % ((eb + sb) // 4)))
+
+
+def special(rng, fmt):
+    eb, sb = fmt
+    sign = rng.randrange(2) << (eb + sb - 1)
+    top = ((1 << eb) - 1) << (sb - 1)
+    pick = rng.randrange(9)
+    if pick == 0:
+        return "(_ %s %d %d)" % (rng.choice(["+oo", "-oo", "NaN", "+zero", "-zero"]), eb, sb)
+    if pick == 1:  # NaN with some payload
+        return bits_literal(rng, fmt, sign | top | rng.randrange(1, 1 << (sb - 1)))
+    if pick == 2:  # subnormal
+        return bits_literal(rng, fmt, sign | rng.randrange(1, 1 << (sb - 1)))
+    if pick == 3:  # zero or infinity
+        return bits_literal(rng, fmt, sign | rng.choice([0, top]))
+    if pick <= 5:  # decimal rounded into the format
+        num = rng.choice(["0.0", "1.0", "0.1", "2.5", "1.5", "100.25", "0.001", "7.0", "65504.0", "3.0", "1e"])
+        if num == "1e":
+            num = "(/ 1.0 %d.0)" % rng.randrange(2, 12)
+        if rng.random() < 0.4:
+            num = "(- %s)" % num
+        return "((_ to_fp %d %d) %s %s)" % (eb, sb, rng.choice(RMS), num)
+    # a random finite value
+    exp = rng.randrange(0, (1 << eb) - 1)
+    return bits_literal(rng, fmt, sign | (exp << (sb - 1)) | rng.randrange(0, 1 << (sb - 1)))
+
+
+class Random:
+    def __init__(self, seed):
+        self.rng = random.Random(seed)
+        r = self.rng
+        self.formats = r.sample(FORMATS[:5] + [(15, 113)] * (r.random() < 0.15), r.randrange(1, 3))
+        self.fvars = {f: [] for f in self.formats}
+        self.bvars = []
+        self.lines = ["(set-logic ALL)"]
+        for i in range(r.randrange(2, 6)):
+            f = r.choice(self.formats)
+            name = "x%d" % i
+            self.fvars[f].append(name)
+            self.lines.append("(declare-const %s %s)" % (name, sort_text(f, r)))
+        for i in range(r.randrange(0, 3)):
+            self.bvars.append("b%d" % i)
+            self.lines.append("(declare-fun b%d () Bool)" % i)
+        self.formats = [f for f in self.formats if self.fvars[f]]
+
+    def term(self, f, depth=0):
+        r = self.rng
+        p = r.random()
+        if p < 0.25:
+            return special(r, f)
+        t = r.choice(self.fvars[f])
+        if p < 0.4:
+            t = "(fp.neg %s)" % t
+        elif p < 0.5:
+            t = "(fp.abs %s)" % t
+        elif p < 0.53:
+            t = "(fp.neg (fp.abs %s))" % t
+        return t
+
+    def atom(self):
+        r = self.rng
+        if self.bvars and r.random() < 0.15:
+            return r.choice(self.bvars)
+        f = r.choice(self.formats)
+        p = r.random()
+        if p < 0.55:
+            op = r.choice(["fp.leq", "fp.lt", "fp.geq", "fp.gt", "fp.eq", "=", "fp.lt", "fp.leq"])
+            n = 2 if r.random() < 0.8 else 3
+            return "(%s %s)" % (op, " ".join(self.term(f) for _ in range(n)))
+        if p < 0.65:
+            return "(distinct %s %s)" % (self.term(f), self.term(f))
+        pred = r.choice(["fp.isNaN", "fp.isInfinite", "fp.isZero", "fp.isNormal", "fp.isSubnormal",
+                         "fp.isNegative", "fp.isPositive"])
+        return "(%s %s)" % (pred, self.term(f))
+
+    def formula(self, depth):
+        r = self.rng
+        if depth == 0 or r.random() < 0.35:
+            a = self.atom()
+            return "(not %s)" % a if r.random() < 0.25 else a
+        op = r.choice(["and", "or", "or", "not", "=>", "xor", "ite", "="])
+        if op == "not":
+            return "(not %s)" % self.formula(depth - 1)
+        if op == "ite":
+            return "(ite %s %s %s)" % tuple(self.formula(depth - 1) for _ in range(3))
+        n = 2 if op in ("=>", "xor", "=") or r.random() < 0.6 else 3
+        return "(%s %s)" % (op, " ".join(self.formula(depth - 1) for _ in range(n)))
+
+    def text(self):
+        r = self.rng
+        for _ in range(r.randrange(1, 6)):
+            self.lines.append("(assert %s)" % self.formula(r.randrange(0, 3)))
+        self.lines += ["(check-sat)"]
+        return "\n".join(self.lines) + "\n"
+
+
+def fmt_arg(args, i, default):
+    if len(args) <= i:
+        return default
+    eb, sb = args[i].split(",")
+    return (int(eb), int(sb))
+
+
+def chain(n, fmt, closed):
+    eb, sb = fmt
+    out = ["(set-logic ALL)"]
+    out += ["(declare-const v%d %s)" % (i, sort_text(fmt)) for i in range(n)]
+    names = " ".join("v%d" % i for i in range(n))
+    out.append("(assert (fp.lt ((_ to_fp %d %d) RNE (- 1000.0)) %s ((_ to_fp %d %d) RNE 1000.0)))"
+               % (eb, sb, names, eb, sb))
+    out.append("(assert (or (fp.isNegative v%d) (fp.isZero v%d)))" % (n // 2, n // 2))
+    out.append("(assert (not (fp.eq v%d (fp.neg v%d))))" % (0, n - 1))
+    if closed:
+        out.append("(assert (fp.leq v%d v0))" % (n - 1))
+    out += ["(check-sat)"]
+    return "\n".join(out) + "\n"
+
+
+def many(n, seed, formats):
+    """n variables; each is pinned into its own window by constants, then
+    compared with earlier ones in the direction the windows allow, under
+    Boolean structure, so the problem is satisfiable."""
+    r = random.Random(seed)
+    out = ["(set-logic ALL)"]
+    vs = []
+    for i in range(n):
+        f = formats[i % len(formats)]
+        vs.append(("y%d" % i, f))
+        out.append("(declare-const y%d %s)" % (i, sort_text(f)))
+    for i, (v, f) in enumerate(vs):
+        eb, sb = f
+        lo, hi = 10 * i - 500, 10 * i - 492
+        out.append("(assert (fp.leq ((_ to_fp %d %d) RNE %s) %s ((_ to_fp %d %d) RNE %s)))"
+                   % (eb, sb, lit(lo), v, eb, sb, lit(hi)))
+        if r.random() < 0.3:
+            out.append("(assert (not (fp.isZero %s)))" % v)
+    for i in range(1, n):
+        for _ in range(2):
+            j = r.randrange(0, i)
+            (a, fa), (b, fb) = vs[j], vs[i]
+            if fa != fb:
+                continue
+            if r.random() < 0.5:
+                out.append("(assert (fp.lt %s %s))" % (a, b))
+            else:
+                c = "(fp.isNaN %s)" % a
+                out.append("(assert (or %s (fp.leq %s %s) (= %s %s)))" % (c, a, b, a, b))
+    out += ["(check-sat)"]
+    return "\n".join(out) + "\n"
+
+
+def lit(x):
+    return "(- %d.0)" % -x if x < 0 else "%d.0" % x
+
+
+def main(argv):
+    if len(argv) < 3:
+        sys.stderr.write(__doc__)
+        return 2
+    kind, n = argv[1], int(argv[2])
+    if kind == "random":
+        sys.stdout.write(Random(n).text())
+    elif kind in ("chain", "chain-unsat"):
+        sys.stdout.write(chain(n, fmt_arg(argv, 3, (11, 53)), kind == "chain-unsat"))
+    elif kind == "many":
+        sys.stdout.write(many(n, int(argv[3]) if len(argv) > 3 else 1, [(8, 24), (11, 53), (5, 11)]))
+    elif kind == "wide":
+        sys.stdout.write(many(n, int(argv[3]) if len(argv) > 3 else 1, [(15, 113), (15, 200)]))
+    else:
+        sys.stderr.write(__doc__)
+        return 2
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv))

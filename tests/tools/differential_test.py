@@ -1,0 +1,84 @@
+#!/usr/bin/python3
+"""fpsolve against z3 and cvc5 on generated problems.
+
+    differential_test.py FPSOLVE [COUNT] [FIRST_SEED] [JOBS]
+
+For each seed, the problem from gen_problems.py goes to fpsolve, z3 and cvc5;
+all answers must be the same sat/unsat (a case where z3 or cvc5 gives up is
+skipped, fpsolve may never give up).  Every model fpsolve reports is fixed
+into the problem (one (assert (= x value)) per constant) and z3 must find
+the result satisfiable.  Exit status 1 on any disagreement.
+"""
+import concurrent.futures
+import importlib.util
+import os
+import re
+import subprocess
+import sys
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+GEN = os.path.join(HERE, "..", "..", "scripts", "gen_problems.py")
+spec = importlib.util.spec_from_file_location("gen_problems", GEN)
+gen = importlib.util.module_from_spec(spec)
+spec.loader.exec_module(gen)
+
+MODEL_LINE = re.compile(r"^\s*\(define-fun (\S+) \(\) (Bool|\(_ FloatingPoint \d+ \d+\)) (.*)\)\s*$")
+
+
+def run(cmd, text, timeout):
+    try:
+        p = subprocess.run(cmd, input=text, capture_output=True, text=True, timeout=timeout)
+        return p.stdout
+    except subprocess.TimeoutExpired:
+        return "timeout"
+
+
+def first_line(out):
+    return out.strip().split("\n")[0] if out.strip() else "(no output)"
+
+
+def check(fpsolve, seed):
+    text = gen.Random(seed).text()
+    out = run([fpsolve, "--check", "-"], text + "(get-model)\n", 60)
+    mine = first_line(out)
+    z3 = first_line(run(["z3", "-T:10", "-in"], text, 20))
+    cvc5 = first_line(run(["cvc5", "--fp-exp", "--tlimit=10000", "--lang=smt2"], text, 20))
+    if mine not in ("sat", "unsat"):
+        return "FAIL seed %d: fpsolve answered %r" % (seed, mine)
+    others = [a for a in (z3, cvc5) if a in ("sat", "unsat")]
+    if any(a != mine for a in others):
+        return "FAIL seed %d: fpsolve %s, z3 %s, cvc5 %s" % (seed, mine, z3, cvc5)
+    if mine == "sat":
+        fixes = []
+        for line in out.split("\n")[2:]:
+            m = MODEL_LINE.match(line)
+            if m:
+                fixes.append("(assert (= %s %s))" % (m.group(1), m.group(3)))
+        body = text.replace("(check-sat)\n", "")
+        confirm = first_line(run(["z3", "-T:10", "-in"], body + "\n".join(fixes) + "\n(check-sat)\n", 20))
+        if confirm != "sat":
+            return "FAIL seed %d: z3 says %s to fpsolve's model" % (seed, confirm)
+    return "skip" if len(others) < 2 else mine
+
+
+def main(argv):
+    fpsolve = argv[1]
+    count = int(argv[2]) if len(argv) > 2 else 300
+    first = int(argv[3]) if len(argv) > 3 else 1
+    jobs = int(argv[4]) if len(argv) > 4 else 2
+    tally = {}
+    failures = []
+    with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
+        for r in pool.map(lambda s: check(fpsolve, s), range(first, first + count)):
+            if r.startswith("FAIL"):
+                failures.append(r)
+                r = "fail"
+            tally[r] = tally.get(r, 0) + 1
+    print("differential: %d problems from seed %d: %s" % (count, first, tally))
+    for f in failures:
+        print(f)
+    return 1 if failures else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv))

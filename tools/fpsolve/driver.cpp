@@ -1,0 +1,184 @@
+#include "driver.h"
+
+#include <iomanip>
+#include <memory>
+
+namespace fpsolve {
+
+namespace {
+
+std::string quoted(std::string const& s) {
+  std::string r = "\"";
+  for (char c : s) r += c == '"' ? std::string("\"\"") : std::string(1, c);
+  return r + "\"";
+}
+
+std::string symbol_of(SExpr const& e, char const* what) {
+  if (e.is_list || e.atom.kind != Tok::symbol) throw SmtError(e.pos, std::string("expected a symbol for ") + what);
+  return e.atom.text;
+}
+
+void expect_arity(SExpr const& cmd, std::size_t n, char const* form) {
+  if (cmd.items.size() != n) throw SmtError(cmd.pos, std::string("malformed command; expected ") + form);
+}
+
+void expect_no_params(SExpr const& e, char const* what) {
+  if (!e.is_list || !e.items.empty())
+    throw SmtError(e.pos, std::string(what) + " with parameters is not supported; expected ()");
+}
+
+std::size_t levels_of(SExpr const& cmd) {
+  if (cmd.items.size() == 1) return 1;
+  if (cmd.items.size() != 2 || cmd.items[1].is_list || cmd.items[1].atom.kind != Tok::numeral ||
+      cmd.items[1].atom.text.size() > 6)
+    throw SmtError(cmd.pos, "malformed command; expected (push n) or (pop n) with a numeral n");
+  return std::stoul(cmd.items[1].atom.text);
+}
+
+std::string value_text(Problem const& p, std::vector<IEEEFloat> const& model, Value v) {
+  if (v.is_bool) return eval_bool(p, model, v.index) ? "true" : "false";
+  return eval_fp(p, model, v.index).to_str();
+}
+
+class Session {
+public:
+  Session(std::ostream& out, DriverOptions const& o) : out_(out), opt_(o) {}
+  // False at (exit).
+  bool command(SExpr const& cmd);
+
+private:
+  void check_sat();
+  void get_model(SExpr const& cmd);
+  void get_value(SExpr const& cmd);
+  void need_model(SExpr const& cmd) const {
+    if (!have_model_) throw SmtError(cmd.pos, "no model available; expected a check-sat answering sat first");
+  }
+
+  std::ostream& out_;
+  DriverOptions const& opt_;
+  Problem p_;
+  std::vector<IEEEFloat> model_;
+  bool have_model_ = false;
+};
+
+bool Session::command(SExpr const& cmd) {
+  if (!cmd.is_list || cmd.items.empty() || cmd.items[0].is_list || cmd.items[0].atom.kind != Tok::symbol)
+    throw SmtError(cmd.pos, "expected a command of the form (name ...)");
+  std::string const name = cmd.items[0].atom.text;
+  auto const& it = cmd.items;
+  if (name == "exit") return false;
+  if (name == "set-logic" || name == "set-info" || name == "set-option") return true;
+  if (name == "check-sat") {
+    expect_arity(cmd, 1, "(check-sat)");
+    check_sat();
+    return true;
+  }
+  if (name == "get-model") {
+    expect_arity(cmd, 1, "(get-model)");
+    get_model(cmd);
+    return true;
+  }
+  if (name == "get-value") {
+    get_value(cmd);
+    return true;
+  }
+  if (name == "echo") {
+    expect_arity(cmd, 2, "(echo \"text\")");
+    if (it[1].is_list || it[1].atom.kind != Tok::string) throw SmtError(it[1].pos, "expected a string");
+    out_ << quoted(it[1].atom.text) << "\n";
+    return true;
+  }
+  // Everything below changes the assertions, so any earlier model is gone.
+  have_model_ = false;
+  if (name == "declare-const") {
+    expect_arity(cmd, 3, "(declare-const name sort)");
+    p_.declare(symbol_of(it[1], "the constant"), it[2], it[1]);
+  } else if (name == "declare-fun") {
+    expect_arity(cmd, 4, "(declare-fun name () sort)");
+    expect_no_params(it[2], "declare-fun");
+    p_.declare(symbol_of(it[1], "the function"), it[3], it[1]);
+  } else if (name == "define-fun") {
+    expect_arity(cmd, 5, "(define-fun name () sort term)");
+    expect_no_params(it[2], "define-fun");
+    p_.define(symbol_of(it[1], "the function"), it[3], it[4], it[1]);
+  } else if (name == "define-sort") {
+    expect_arity(cmd, 4, "(define-sort name () sort)");
+    expect_no_params(it[2], "define-sort");
+    p_.define_sort(symbol_of(it[1], "the sort"), it[3], it[1]);
+  } else if (name == "assert") {
+    expect_arity(cmd, 2, "(assert term)");
+    p_.assert_formula(it[1]);
+  } else if (name == "push") {
+    p_.push(levels_of(cmd));
+  } else if (name == "pop") {
+    p_.pop(levels_of(cmd), cmd);
+  } else {
+    throw SmtError(it[0].pos, "unknown command '" + name + "'; expected set-logic, set-info, set-option, "
+                              "declare-const, declare-fun, define-fun, define-sort, assert, check-sat, "
+                              "get-model, get-value, push, pop or exit");
+  }
+  return true;
+}
+
+void Session::check_sat() {
+  Result r = solve(p_, opt_.search);
+  have_model_ = r.answer == Answer::sat;
+  model_ = std::move(r.model);
+  out_ << (r.answer == Answer::sat ? "sat" : r.answer == Answer::unsat ? "unsat" : "unknown") << "\n";
+  if (opt_.stats) {
+    Stats const& s = r.stats;
+    out_ << "(:decisions " << s.decisions << " :nan-first-decisions " << s.nan_decisions
+         << " :split-decisions " << s.split_decisions << " :backtracks " << s.backtracks
+         << " :propagations " << s.propagations << " :time " << std::fixed << std::setprecision(6) << s.seconds
+         << std::defaultfloat << ")\n";
+  }
+  out_.flush();
+}
+
+void Session::get_model(SExpr const& cmd) {
+  need_model(cmd);
+  out_ << "(\n";
+  for (int v : p_.declared) {
+    Var const& var = p_.vars[v];
+    out_ << "  (define-fun " << SExpr{false, Token{Tok::symbol, var.name, {}}, {}, {}}.to_text() << " () ";
+    if (var.is_bool)
+      out_ << "Bool " << (model_[v].is_nan() ? "false" : "true");
+    else
+      out_ << "(_ FloatingPoint " << var.fmt.eb << " " << var.fmt.sb << ") " << model_[v].to_str();
+    out_ << ")\n";
+  }
+  out_ << ")\n";
+}
+
+void Session::get_value(SExpr const& cmd) {
+  if (cmd.items.size() != 2 || !cmd.items[1].is_list || cmd.items[1].items.empty())
+    throw SmtError(cmd.pos, "malformed command; expected (get-value (term ...))");
+  need_model(cmd);
+  std::string answer = "(";
+  for (SExpr const& t : cmd.items[1].items) {
+    Value v = p_.elaborate(t);
+    if (answer.size() > 1) answer += "\n ";
+    answer += "(" + t.to_text() + " " + value_text(p_, model_, v) + ")";
+  }
+  out_ << answer << ")\n";
+}
+
+} // namespace
+
+int run_script(std::istream& in, std::ostream& out, DriverOptions const& options) {
+  Reader reader(in);
+  Session session(out, options);
+  try {
+    while (std::unique_ptr<SExpr> cmd = reader.next())
+      if (!session.command(*cmd)) break;
+  } catch (SmtError const& e) {
+    out << "(error " << quoted(e.what()) << ")\n";
+    return 1;
+  } catch (std::exception const& e) {
+    out << "(error " << quoted(std::string("cannot process the input: ") + e.what()) << ")\n";
+    return 1;
+  }
+  return 0;
+}
+
+} // namespace fpsolve

@@ -1,0 +1,232 @@
+// Three-valued evaluation of the problem's nodes over sets of values.
+//
+// `cur` holds the current rank interval [lo, hi] of every variable.  The image
+// of an operand is exact: fp.neg and fp.abs map a rank range onto a rank range
+// (plus NaN when the variable may be NaN).  An atom is T only when it holds
+// for every combination of values in its operands' images, F only when it
+// holds for none; so T and F are sound even where operands share a variable,
+// and with every interval a single value the evaluation is exact.
+#pragma once
+
+#include "problem.h"
+#include "ranks.h"
+
+#include <map>
+#include <utility>
+#include <vector>
+
+namespace fpsolve {
+
+enum class L : std::uint8_t { T, F, U };
+
+inline L lnot(L v) { return v == L::T ? L::F : v == L::F ? L::T : L::U; }
+
+template <class R>
+class Evaluator {
+public:
+  struct Iv {
+    R lo, hi;
+  };
+
+  explicit Evaluator(Problem const& problem) : p(problem) {
+    std::map<std::pair<std::uint64_t, std::uint64_t>, int> index;
+    auto fmt_index = [&](IEEEFloat::format f) {
+      auto [it, fresh] = index.emplace(std::make_pair(f.eb, f.sb), static_cast<int>(fr.size()));
+      if (fresh) fr.emplace_back(f);
+      return it->second;
+    };
+    for (Var const& v : p.vars) {
+      var_fmt.push_back(fmt_index(v.fmt));
+      FormatRanks<R> const& f = fr[var_fmt.back()];
+      cur.push_back(Iv{f.nan, f.pinf});
+    }
+    for (Operand const& o : p.operands) {
+      op_fmt.push_back(fmt_index(o.fmt));
+      const_rank.push_back(o.var < 0 ? rank_of<R>(o.constant) : R(0));
+    }
+  }
+
+  FormatRanks<R> const& format_of_var(int v) const { return fr[var_fmt[v]]; }
+  FormatRanks<R> const& format_of_operand(int o) const { return fr[op_fmt[o]]; }
+
+  Set<R> img(int o) const {
+    Operand const& op = p.operands[o];
+    FormatRanks<R> const& f = fr[op_fmt[o]];
+    if (op.var < 0) {
+      R const& c = const_rank[o];
+      return c == f.nan ? Set<R>{true, R(1), R(0)} : Set<R>{false, c, c};
+    }
+    Iv const& iv = cur[op.var];
+    Set<R> s{iv.lo == f.nan, mx(iv.lo, R(f.nan + 1)), iv.hi};
+    if (op.abs && s.has_num()) {
+      if (s.hi < 0) s = {s.nan, R(-s.hi - 1), R(-s.lo - 1)};
+      else if (s.lo < 0) s = {s.nan, R(0), mx(R(-s.lo - 1), s.hi)};
+    }
+    if (op.neg && s.has_num()) s = {s.nan, R(-s.hi - 1), R(-s.lo - 1)};
+    return s;
+  }
+
+  L eval(int n) const {
+    Node const& nd = p.nodes[n];
+    switch (nd.op) {
+    case Op::t: return L::T;
+    case Op::f: return L::F;
+    case Op::bvar: {
+      Iv const& iv = cur[nd.a];
+      R const& nan = fr[var_fmt[nd.a]].nan;
+      return iv.lo > nan ? L::T : iv.hi == nan ? L::F : L::U;
+    }
+    case Op::not_: return lnot(eval(nd.kids[0]));
+    case Op::and_:
+    case Op::or_: {
+      L const stop = nd.op == Op::and_ ? L::F : L::T;
+      L r = lnot(stop);
+      for (int k : nd.kids) {
+        L v = eval(k);
+        if (v == stop) return stop;
+        if (v == L::U) r = L::U;
+      }
+      return r;
+    }
+    case Op::xor_: {
+      bool parity = false;
+      for (int k : nd.kids) {
+        L v = eval(k);
+        if (v == L::U) return L::U;
+        parity ^= v == L::T;
+      }
+      return parity ? L::T : L::F;
+    }
+    case Op::iff: {
+      L a = eval(nd.kids[0]), b = eval(nd.kids[1]);
+      if (a == L::U || b == L::U) return L::U;
+      return a == b ? L::T : L::F;
+    }
+    case Op::ite: {
+      L c = eval(nd.kids[0]);
+      if (c != L::U) return eval(nd.kids[c == L::T ? 1 : 2]);
+      L a = eval(nd.kids[1]);
+      return a != L::U && a == eval(nd.kids[2]) ? a : L::U;
+    }
+    default: return atom(nd);
+    }
+  }
+
+  // Whether the binary atom compares two views of one variable.
+  bool same_var(Node const& nd) const {
+    return nd.b >= 0 && p.operands[nd.a].var >= 0 && p.operands[nd.a].var == p.operands[nd.b].var;
+  }
+
+  // For an atom on two views of one variable x: the values of x (within its
+  // interval; NaN flag and the hull of the non-NaN ranks) where the atom is
+  // `want`.  On each sign half of x both views are x or -x, so with k the
+  // key of x the atom is one of k op k, k op -k, -k op k; each holds on a
+  // rank range that is read off directly.  Exact, where evaluating the two
+  // images independently would lose the correlation.
+  Set<R> same_var_set(Node const& nd, bool want) const {
+    Operand const& a = p.operands[nd.a];
+    Operand const& b = p.operands[nd.b];
+    FormatRanks<R> const& f = fr[op_fmt[nd.a]];
+    Iv const& iv = cur[a.var];
+    bool const ident = nd.op == Op::ident;
+    Set<R> out{iv.lo == f.nan && ident == want, R(1), R(0)}; // NaN: only = holds
+    R const ninf = f.nan + 1;
+    for (int half = 0; half < 2; ++half) {
+      R const lo = mx(half ? R(0) : ninf, iv.lo), hi = mn(half ? f.pinf : R(-1), iv.hi);
+      if (hi < lo) continue;
+      bool const na = (a.abs && !half) != a.neg, nb = (b.abs && !half) != b.neg; // view is -x here
+      std::pair<R, R> cond[2];
+      int count = 0;
+      auto add = [&](R const& l, R const& h) { cond[count++] = {l, h}; };
+      if (na == nb) {
+        if ((nd.op != Op::lt) == want) add(ninf, f.pinf); // x op x
+      } else if (ident) {
+        if (!want) add(ninf, f.pinf); // x and -x never share a pattern
+      } else {
+        // k op -k (na false) or -k op k (na true): a sign condition on k.
+        bool const le = nd.op == Op::leq;
+        if (nd.op == Op::fp_eq) {
+          if (want) add(R(-1), R(0));
+          else {
+            add(ninf, R(-2));
+            add(R(1), f.pinf);
+          }
+        } else if (!na) { // k <= -k: r <= 0;  k < -k: r <= -2
+          if (want) add(ninf, le ? R(0) : R(-2));
+          else add(le ? R(1) : R(-1), f.pinf);
+        } else { // -k <= k: r >= -1;  -k < k: r >= 1
+          if (want) add(le ? R(-1) : R(1), f.pinf);
+          else add(ninf, le ? R(-2) : R(0));
+        }
+      }
+      for (int i = 0; i < count; ++i) {
+        R const l = mx(cond[i].first, lo), h = mn(cond[i].second, hi);
+        if (h < l) continue;
+        if (!out.has_num() || l < out.lo) out.lo = l;
+        if (!out.has_num() || out.hi < h) out.hi = h;
+      }
+    }
+    return out;
+  }
+
+  L atom(Node const& nd) const {
+    if (same_var(nd)) {
+      Set<R> const t = same_var_set(nd, true), fl = same_var_set(nd, false);
+      bool const pt = t.nan || t.has_num(), pf = fl.nan || fl.has_num();
+      return !pt ? L::F : pf ? L::U : L::T;
+    }
+    Set<R> const a = img(nd.a);
+    bool possible_true = false, possible_false = false;
+    switch (nd.op) {
+    case Op::leq:
+    case Op::lt:
+    case Op::fp_eq: {
+      Set<R> const b = img(nd.b);
+      if (!a.has_num() || !b.has_num()) return L::F;
+      R const alo = key(a.lo), ahi = key(a.hi), blo = key(b.lo), bhi = key(b.hi);
+      if (nd.op == Op::leq) {
+        possible_true = alo <= bhi;
+        possible_false = ahi > blo;
+      } else if (nd.op == Op::lt) {
+        possible_true = alo < bhi;
+        possible_false = ahi >= blo;
+      } else {
+        possible_true = alo <= bhi && blo <= ahi;
+        possible_false = !(alo == ahi && blo == bhi && alo == blo);
+      }
+      possible_false = possible_false || a.nan || b.nan;
+      break;
+    }
+    case Op::ident: {
+      Set<R> const b = img(nd.b);
+      possible_true = (a.nan && b.nan) || (a.has_num() && b.has_num() && a.lo <= b.hi && b.lo <= a.hi);
+      possible_false = !(a.single() && b.single());
+      break;
+    }
+    case Op::is_nan:
+      possible_true = a.nan;
+      possible_false = a.has_num();
+      break;
+    default: {
+      auto const& ranges = fr[op_fmt[nd.a]].holds[static_cast<int>(nd.op) - static_cast<int>(Op::is_inf)];
+      possible_false = a.nan;
+      bool inside = false;
+      if (a.has_num())
+        for (auto const& [lo, hi] : ranges) {
+          possible_true = possible_true || (lo <= a.hi && a.lo <= hi);
+          inside = inside || (lo <= a.lo && a.hi <= hi);
+        }
+      possible_false = possible_false || (a.has_num() && !inside);
+    }
+    }
+    return !possible_true ? L::F : possible_false ? L::U : L::T;
+  }
+
+  Problem const& p;
+  std::vector<FormatRanks<R>> fr;
+  std::vector<int> var_fmt, op_fmt;
+  std::vector<R> const_rank; // constants' ranks (0 for variable views)
+  std::vector<Iv> cur;       // current interval of every variable
+};
+
+} // namespace fpsolve

@@ -1,0 +1,191 @@
+#include "reader.h"
+
+#include <cctype>
+#include <cstring>
+
+namespace fpsolve {
+
+namespace {
+
+std::string describe(Pos p, std::string const& message) {
+  return "line " + std::to_string(p.line) + " column " + std::to_string(p.column) + ": " + message;
+}
+
+bool simple_symbol_char(int c) {
+  if (c < 0 || c > 127) return false;
+  if (std::isalnum(c)) return true;
+  return c != 0 && std::strchr("~!@$%^&*_-+=<>.?/", c) != nullptr;
+}
+
+std::string printable(int c) {
+  if (c >= 32 && c < 127) return std::string("'") + static_cast<char>(c) + "'";
+  return "byte " + std::to_string(c & 0xff);
+}
+
+} // namespace
+
+SmtError::SmtError(Pos p, std::string const& message) : std::runtime_error(describe(p, message)), pos(p) {}
+
+int Lexer::get() {
+  int c = in_.get();
+  if (c == '\n') {
+    ++pos_.line;
+    pos_.column = 1;
+  } else if (c != EOF) {
+    ++pos_.column;
+  }
+  return c;
+}
+
+void Lexer::skip_space_and_comments() {
+  for (;;) {
+    int c = peek();
+    if (c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' || c == '\v') {
+      get();
+    } else if (c == ';') {
+      while (peek() != EOF && peek() != '\n') get();
+    } else {
+      return;
+    }
+  }
+}
+
+Token Lexer::next() {
+  skip_space_and_comments();
+  Token t;
+  t.pos = pos_;
+  int c = peek();
+  if (c == EOF) return t;
+  get();
+  if (c == '(') {
+    t.kind = Tok::lparen;
+  } else if (c == ')') {
+    t.kind = Tok::rparen;
+  } else if (c == '"') {
+    t.kind = Tok::string;
+    for (;;) {
+      int d = get();
+      if (d == EOF) throw SmtError(t.pos, "unterminated string literal; expected a closing '\"'");
+      if (d == '"') {
+        if (peek() != '"') break;
+        get();
+      }
+      t.text.push_back(static_cast<char>(d));
+    }
+  } else if (c == '|') {
+    t.kind = Tok::symbol;
+    for (;;) {
+      int d = get();
+      if (d == EOF) throw SmtError(t.pos, "unterminated quoted symbol; expected a closing '|'");
+      if (d == '|') break;
+      if (d == '\\') throw SmtError(t.pos, "a quoted symbol may not contain '\\'");
+      t.text.push_back(static_cast<char>(d));
+    }
+  } else if (c == ':') {
+    t.kind = Tok::keyword;
+    t.text = ":";
+    while (simple_symbol_char(peek())) t.text.push_back(static_cast<char>(get()));
+    if (t.text.size() == 1) throw SmtError(t.pos, "expected a keyword name after ':'");
+  } else if (c == '#') {
+    int d = get();
+    bool bin = d == 'b';
+    if (!bin && d != 'x') throw SmtError(t.pos, "expected '#b' or '#x' literal");
+    t.kind = bin ? Tok::binary : Tok::hex;
+    while (bin ? (peek() == '0' || peek() == '1') : (peek() >= 0 && peek() < 128 && std::isxdigit(peek())))
+      t.text.push_back(static_cast<char>(get()));
+    if (t.text.empty() || simple_symbol_char(peek()))
+      throw SmtError(t.pos, bin ? "expected binary digits after '#b'" : "expected hexadecimal digits after '#x'");
+  } else if (c >= '0' && c <= '9') {
+    t.kind = Tok::numeral;
+    t.text.push_back(static_cast<char>(c));
+    while (peek() >= '0' && peek() <= '9') t.text.push_back(static_cast<char>(get()));
+    if (peek() == '.') {
+      t.kind = Tok::decimal;
+      t.text.push_back(static_cast<char>(get()));
+      if (!(peek() >= '0' && peek() <= '9')) throw SmtError(t.pos, "expected digits after the decimal point");
+      while (peek() >= '0' && peek() <= '9') t.text.push_back(static_cast<char>(get()));
+    }
+    if (simple_symbol_char(peek())) throw SmtError(t.pos, "malformed number; expected a numeral or decimal");
+    if (t.text.size() > 1 && t.text[0] == '0' && t.text[1] != '.')
+      throw SmtError(t.pos, "malformed numeral '" + t.text + "'; leading zeros are not allowed");
+  } else if (simple_symbol_char(c)) {
+    t.kind = Tok::symbol;
+    t.text.push_back(static_cast<char>(c));
+    while (simple_symbol_char(peek())) t.text.push_back(static_cast<char>(get()));
+  } else {
+    throw SmtError(t.pos, "unexpected character " + printable(c));
+  }
+  return t;
+}
+
+std::string SExpr::to_text() const {
+  if (!is_list) {
+    switch (atom.kind) {
+    case Tok::binary: return "#b" + atom.text;
+    case Tok::hex: return "#x" + atom.text;
+    case Tok::string: return "\"" + atom.text + "\"";
+    case Tok::symbol: {
+      bool simple = !atom.text.empty() && !std::isdigit(static_cast<unsigned char>(atom.text[0]));
+      for (char ch : atom.text) simple = simple && simple_symbol_char(static_cast<unsigned char>(ch));
+      return simple ? atom.text : "|" + atom.text + "|";
+    }
+    default: return atom.text;
+    }
+  }
+  std::string s = "(";
+  for (std::size_t i = 0; i < items.size(); ++i) {
+    if (i) s += ' ';
+    s += items[i].to_text();
+  }
+  return s + ")";
+}
+
+std::unique_ptr<SExpr> Reader::next() {
+  Token t = lex_.next();
+  if (t.kind == Tok::eof) return nullptr;
+  if (t.kind == Tok::rparen) throw SmtError(t.pos, "unbalanced parentheses: unexpected ')'; expected '(' to begin a command");
+  return std::make_unique<SExpr>(read(std::move(t)));
+}
+
+// Iterative, so deep nesting costs heap, not stack.
+SExpr Reader::read(Token first) {
+  if (first.kind != Tok::lparen) {
+    SExpr e;
+    e.pos = first.pos;
+    e.atom = std::move(first);
+    return e;
+  }
+  std::vector<SExpr> stack;
+  SExpr top;
+  top.is_list = true;
+  top.pos = first.pos;
+  stack.push_back(std::move(top));
+  for (;;) {
+    Token t = lex_.next();
+    if (t.kind == Tok::eof) {
+      Pos open = stack.back().pos;
+      throw SmtError(t.pos, "unbalanced parentheses: expected ')' to close the '(' at line " +
+                                std::to_string(open.line) + " column " + std::to_string(open.column) +
+                                ", found the end of the input");
+    }
+    if (t.kind == Tok::lparen) {
+      if (stack.size() >= kMaxDepth) throw SmtError(t.pos, "expressions nested too deeply");
+      SExpr e;
+      e.is_list = true;
+      e.pos = t.pos;
+      stack.push_back(std::move(e));
+    } else if (t.kind == Tok::rparen) {
+      SExpr done = std::move(stack.back());
+      stack.pop_back();
+      if (stack.empty()) return done;
+      stack.back().items.push_back(std::move(done));
+    } else {
+      SExpr e;
+      e.pos = t.pos;
+      e.atom = std::move(t);
+      stack.back().items.push_back(std::move(e));
+    }
+  }
+}
+
+} // namespace fpsolve

@@ -1,0 +1,77 @@
+// Reading SMT-LIB 2.6 text: a lexer and an S-expression reader that remember
+// the line and column (both 1-based) of every token.
+//
+// The reader hands out one top-level S-expression at a time, so a script is
+// answered command by command and an error late in the file still lets the
+// earlier commands run.  Every failure is an SmtError carrying the position
+// it refers to and a message saying what was expected there; nothing in the
+// reader crashes or loops on malformed text.  Nesting is limited
+// (kMaxDepth) so a hostile input cannot exhaust the stack.
+#pragma once
+
+#include <cstddef>
+#include <istream>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace fpsolve {
+
+struct Pos {
+  std::size_t line = 1;
+  std::size_t column = 1;
+};
+
+// An input error; what() is "line L column C: <message>".
+class SmtError : public std::runtime_error {
+public:
+  SmtError(Pos p, std::string const& message);
+  Pos pos;
+};
+
+enum class Tok { lparen, rparen, symbol, keyword, numeral, decimal, binary, hex, string, eof };
+
+struct Token {
+  Tok kind = Tok::eof;
+  std::string text; // symbols unquoted; #b/#x keep only their digits
+  Pos pos;
+};
+
+class Lexer {
+public:
+  explicit Lexer(std::istream& in) : in_(in) {}
+  Token next();
+
+private:
+  int peek() { return in_.peek(); }
+  int get();
+  void skip_space_and_comments();
+
+  std::istream& in_;
+  Pos pos_;
+};
+
+struct SExpr {
+  bool is_list = false;
+  Token atom;                        // atoms only
+  std::vector<SExpr> items;          // lists only
+  Pos pos;                           // the atom, or the opening parenthesis
+  bool is_symbol(char const* s) const { return !is_list && atom.kind == Tok::symbol && atom.text == s; }
+  // The expression written back as SMT-LIB text (for get-value answers).
+  std::string to_text() const;
+};
+
+class Reader {
+public:
+  static constexpr std::size_t kMaxDepth = 1000;
+  explicit Reader(std::istream& in) : lex_(in) {}
+  // The next top-level expression, or nullptr at the end of the input.
+  std::unique_ptr<SExpr> next();
+
+private:
+  SExpr read(Token first);
+  Lexer lex_;
+};
+
+} // namespace fpsolve

@@ -1,0 +1,533 @@
+#include "search.h"
+
+#include "solver.h"
+
+#include "host/pick_mid.h"
+
+#include <cassert>
+#include <cstdio>
+#include <cstdlib>
+
+namespace fpsolve {
+
+template <class R>
+void Solver<R>::setup() {
+  roots_ = p.assertions;
+  std::size_t const nv = p.vars.size();
+  watchers_.assign(nv, {});
+  relevant_.assign(nv, 0);
+  history_.resize(nv);
+  for (std::size_t v = 0; v < nv; ++v) history_[v].push_back(cur[v]);
+  // Variables of each root, once per root.
+  std::vector<int> seen(p.nodes.size(), -1);
+  for (std::size_t r = 0; r < roots_.size(); ++r) {
+    std::vector<int> todo{roots_[r]};
+    auto touch = [&](int v) {
+      if (!watchers_[v].empty() && watchers_[v].back() == static_cast<int>(r)) return;
+      watchers_[v].push_back(static_cast<int>(r));
+      relevant_[v] = 1;
+    };
+    while (!todo.empty()) {
+      int n = todo.back();
+      todo.pop_back();
+      if (seen[n] == static_cast<int>(r)) continue;
+      seen[n] = static_cast<int>(r);
+      Node const& nd = p.nodes[n];
+      if (nd.op == Op::bvar) touch(nd.a);
+      else if (nd.op >= Op::leq) {
+        if (p.operands[nd.a].var >= 0) touch(p.operands[nd.a].var);
+        if (nd.b >= 0 && p.operands[nd.b].var >= 0) touch(p.operands[nd.b].var);
+      }
+      for (int k : nd.kids) todo.push_back(k);
+    }
+  }
+  // Booleans first, so the Boolean structure is settled before values.
+  for (int pass = 0; pass < 2; ++pass)
+    for (std::size_t v = 0; v < nv; ++v)
+      if (relevant_[v] && p.vars[v].is_bool == (pass == 0)) {
+        manager_.terms.push_back(p.vars[v].term);
+        var_of_term_[p.vars[v].term] = static_cast<int>(v);
+      }
+  manager_.split = manager_.terms.size();
+  queued_.assign(roots_.size(), 1);
+  for (std::size_t r = 0; r < roots_.size(); ++r) queue_.push_back(static_cast<int>(r));
+}
+
+template <class R>
+void Solver<R>::enqueue_watchers(int v) {
+  for (int r : watchers_[v])
+    if (!queued_[r]) {
+      queued_[r] = 1;
+      queue_.push_back(r);
+    }
+}
+
+template <class R>
+void Solver<R>::push_bound(int v, bool lower, R const& rank, Iv next) {
+  IEEEFloat value = value_of(rank, p.vars[v].fmt);
+  qorv::FpBoundElement* e = domain_.new_FpBoundElement(lower, p.vars[v].term, value);
+  trail_.assert_bound(e);
+  trail_var_.push_back(v);
+  history_[v].push_back(next);
+  cur[v] = next;
+}
+
+template <class R>
+bool Solver<R>::narrow(int v, R lo, R hi) {
+  Iv const c = cur[v];
+  if (lo < c.lo) lo = c.lo;
+  if (c.hi < hi) hi = c.hi;
+  if (hi < lo) return false;
+  // A Boolean known to be true (not NaN) is pinned to one value so that the
+  // decision heuristic never splits it.
+  if (p.vars[v].is_bool && lo > this->format_of_var(v).nan) hi = lo;
+  if (lo == c.lo && hi == c.hi) return true;
+  if (lo != c.lo) {
+    push_bound(v, true, lo, Iv{lo, c.hi});
+    ++stats_.propagations;
+  }
+  if (hi != c.hi) {
+    push_bound(v, false, hi, Iv{lo, hi});
+    ++stats_.propagations;
+  }
+  enqueue_watchers(v);
+  return true;
+}
+
+template <class R>
+bool Solver<R>::assert_element(qorv::FpBoundElement* e, int v) {
+  R const r = rank_of<R>(e->value);
+  Iv next = cur[v];
+  if (e->flag()) next.lo = mx(next.lo, r);
+  else next.hi = mn(next.hi, r);
+  trail_.assert_bound(e);
+  trail_var_.push_back(v);
+  history_[v].push_back(next);
+  cur[v] = next;
+  if (next.hi < next.lo) return false;
+  enqueue_watchers(v);
+  return narrow(v, next.lo, next.hi);
+}
+
+template <class R>
+void Solver<R>::backtrack_to(std::size_t length) {
+  for (std::size_t i = trail_var_.size(); i > length; --i) {
+    int v = trail_var_[i - 1];
+    history_[v].pop_back();
+    cur[v] = history_[v].back();
+  }
+  trail_var_.resize(length);
+  trail_.backtrack(length, &domain_);
+}
+
+// The operand's value must lie in t: narrow its variable to the hull of the
+// preimage (fp.neg undone first, then fp.abs).
+template <class R>
+bool Solver<R>::restrict_to(int o, Set<R> t) {
+  Operand const& op = p.operands[o];
+  FormatRanks<R> const& f = this->format_of_operand(o);
+  if (op.var < 0) {
+    R const& c = this->const_rank[o];
+    return c == f.nan ? t.nan : (t.lo <= c && c <= t.hi);
+  }
+  if (op.neg && t.has_num()) t = {t.nan, R(-t.hi - 1), R(-t.lo - 1)};
+  if (op.abs && t.has_num()) {
+    if (t.hi < 0) t = {t.nan, R(1), R(0)};
+    else t = {t.nan, R(-t.hi - 1), t.hi};
+  }
+  if (t.has_num()) return narrow(op.var, t.nan ? f.nan : t.lo, t.hi);
+  if (t.nan) return narrow(op.var, f.nan, f.nan);
+  return false;
+}
+
+template <class R>
+bool Solver<R>::atom_prop(Node const& nd, bool want) {
+  if (this->same_var(nd)) {
+    Set<R> const t = this->same_var_set(nd, want);
+    R const nan = this->format_of_operand(nd.a).nan;
+    int const v = p.operands[nd.a].var;
+    if (t.has_num()) return narrow(v, t.nan ? nan : t.lo, t.hi);
+    return t.nan && narrow(v, nan, nan);
+  }
+  Set<R> const a = img(nd.a);
+  FormatRanks<R> const& f = this->format_of_operand(nd.a);
+  R const ninf = f.nan + 1;
+  switch (nd.op) {
+  case Op::leq:
+  case Op::lt: {
+    Set<R> const b = img(nd.b);
+    int lo_op = nd.a, hi_op = nd.b;
+    bool strict = nd.op == Op::lt;
+    Set<R> lo = a, hi = b;
+    if (!want) { // not (a <= b) is a NaN or b < a; only the latter narrows
+      if (a.nan || b.nan) return true;
+      std::swap(lo_op, hi_op);
+      std::swap(lo, hi);
+      strict = !strict;
+    }
+    if (!lo.has_num() || !hi.has_num()) return false;
+    note_edge(lo_op, hi_op, strict);
+    R const d = strict ? 1 : 0;
+    return restrict_to(lo_op, {false, ninf, max_rank_key_le(R(key(hi.hi) - d))}) &&
+           restrict_to(hi_op, {false, min_rank_key_ge(R(key(lo.lo) + d)), f.pinf});
+  }
+  case Op::fp_eq: {
+    Set<R> const b = img(nd.b);
+    if (want) {
+      if (!a.has_num() || !b.has_num()) return false;
+      note_edge(nd.a, nd.b, false);
+      note_edge(nd.b, nd.a, false);
+      return restrict_to(nd.a, {false, min_rank_key_ge(key(b.lo)), max_rank_key_le(key(b.hi))}) &&
+             restrict_to(nd.b, {false, min_rank_key_ge(key(a.lo)), max_rank_key_le(key(a.hi))});
+    }
+    if (a.nan || b.nan) return true;
+    // Cut a single key of one side off the ends of the other.
+    auto cut = [&](int o, Set<R> s, Set<R> const& other) {
+      if (!other.has_num() || key(other.lo) != key(other.hi)) return true;
+      R const k = key(other.lo);
+      if (key(s.lo) == k) s.lo = min_rank_key_ge(R(k + 1));
+      if (key(s.hi) == k) s.hi = max_rank_key_le(R(k - 1));
+      return restrict_to(o, s);
+    };
+    return cut(nd.a, a, b) && cut(nd.b, img(nd.b), img(nd.a));
+  }
+  case Op::ident: {
+    Set<R> const b = img(nd.b);
+    if (want) {
+      note_edge(nd.a, nd.b, false);
+      note_edge(nd.b, nd.a, false);
+      return restrict_to(nd.a, b) && restrict_to(nd.b, img(nd.a));
+    }
+    auto cut = [&](int o, Set<R> s, Set<R> const& other) {
+      if (!other.single()) return true;
+      if (other.nan) {
+        s.nan = false;
+      } else {
+        if (s.lo == other.lo) s.lo = s.lo + 1;
+        if (s.hi == other.lo) s.hi = s.hi - 1;
+      }
+      return restrict_to(o, s);
+    };
+    return cut(nd.a, a, b) && cut(nd.b, img(nd.b), img(nd.a));
+  }
+  case Op::is_nan: return restrict_to(nd.a, want ? Set<R>{true, R(1), R(0)} : Set<R>{false, a.lo, a.hi});
+  default: {
+    int const k = static_cast<int>(nd.op) - static_cast<int>(Op::is_inf);
+    auto const& ranges = want ? f.holds[k] : f.fails[k];
+    Set<R> t{!want && a.nan, R(1), R(0)};
+    bool any = false;
+    if (a.has_num())
+      for (auto const& [lo, hi] : ranges) {
+        if (hi < a.lo || a.hi < lo) continue;
+        R l = mx(lo, a.lo), h = mn(hi, a.hi);
+        if (!any || l < t.lo) t.lo = l;
+        if (!any || t.hi < h) t.hi = h;
+        any = true;
+      }
+    return restrict_to(nd.a, t);
+  }
+  }
+}
+
+template <class R>
+bool Solver<R>::prop(int n, bool want) {
+  L const v = eval(n);
+  L const good = want ? L::T : L::F;
+  if (v == good) return true;
+  if (v == lnot(good)) return false;
+  Node const& nd = p.nodes[n];
+  switch (nd.op) {
+  case Op::t:
+  case Op::f: return false; // evaluated above
+  case Op::bvar: {
+    R const nan = this->format_of_var(nd.a).nan;
+    return want ? narrow(nd.a, R(nan + 1), R(nan + 1)) : narrow(nd.a, nan, nan);
+  }
+  case Op::not_: return prop(nd.kids[0], !want);
+  case Op::and_:
+  case Op::or_: {
+    bool const all = (nd.op == Op::and_) == want; // every kid must be `want`
+    if (all) {
+      for (int k : nd.kids)
+        if (!prop(k, want)) return false;
+      return true;
+    }
+    int unknown = -1; // the one kid left to satisfy, if only one
+    for (int k : nd.kids) {
+      L kv = eval(k);
+      if (kv == L::U) {
+        if (unknown >= 0) return true;
+        unknown = k;
+      }
+    }
+    return unknown < 0 || prop(unknown, want);
+  }
+  case Op::xor_: {
+    int unknown = -1;
+    bool parity = false;
+    for (int k : nd.kids) {
+      L kv = eval(k);
+      if (kv == L::U) {
+        if (unknown >= 0) return true;
+        unknown = k;
+      } else {
+        parity ^= kv == L::T;
+      }
+    }
+    return unknown < 0 || prop(unknown, want != parity);
+  }
+  case Op::iff: {
+    L a = eval(nd.kids[0]), b = eval(nd.kids[1]);
+    if (a != L::U) return prop(nd.kids[1], want == (a == L::T));
+    if (b != L::U) return prop(nd.kids[0], want == (b == L::T));
+    return true;
+  }
+  case Op::ite: {
+    L c = eval(nd.kids[0]);
+    if (c != L::U) return prop(nd.kids[c == L::T ? 1 : 2], want);
+    if (eval(nd.kids[1]) == lnot(good)) return prop(nd.kids[0], false) && prop(nd.kids[2], want);
+    if (eval(nd.kids[2]) == lnot(good)) return prop(nd.kids[0], true) && prop(nd.kids[1], want);
+    return true;
+  }
+  default: return atom_prop(nd, want);
+  }
+}
+
+// A cycle of forced comparisons with a strict step (x < y <= ... <= x) is a
+// contradiction that bound propagation would only discover one value at a
+// time; it is found here instead.  Nodes are the views x, -x, |x|, -|x| of
+// the variables; every edge u <= v also gives -v <= -u, and |x| is tied to
+// x by x <= |x| and -|x| <= x.  Each step holds only for non-NaN values,
+// and a cycle through a comparison forces all of its nodes non-NaN.
+template <class R>
+bool Solver<R>::strict_cycle() const {
+  std::size_t const nn = 4 * p.vars.size();
+  std::vector<std::vector<std::pair<int, bool>>> out(nn);
+  std::vector<char> has_abs(p.vars.size(), 0);
+  auto id = [&](int o) {
+    Operand const& op = p.operands[o];
+    return op.var * 4 + (op.abs ? 2 : 0) + (op.neg ? 1 : 0);
+  };
+  auto add = [&](int u, int v, bool s) {
+    out[u].push_back({v, s});
+    out[v ^ 1].push_back({u ^ 1, s});
+  };
+  for (Edge const& e : edges_) {
+    if (p.operands[e.from].var < 0 || p.operands[e.to].var < 0) continue;
+    add(id(e.from), id(e.to), e.strict);
+    for (int o : {e.from, e.to})
+      if (p.operands[o].abs) has_abs[p.operands[o].var] = 1;
+  }
+  for (std::size_t v = 0; v < has_abs.size(); ++v)
+    if (has_abs[v]) {
+      int x = static_cast<int>(v) * 4;
+      add(x, x + 2, false);     // x <= |x|
+      add(x + 3, x, false);     // -|x| <= x
+    }
+  // A strict edge u -> v lies on a cycle when u is reachable from v.
+  std::vector<int> mark(nn, -1), stack;
+  int round = 0;
+  for (std::size_t u = 0; u < nn; ++u)
+    for (auto const& [v0, strict] : out[u]) {
+      if (!strict) continue;
+      ++round;
+      stack.assign(1, v0);
+      mark[v0] = round;
+      while (!stack.empty()) {
+        int w = stack.back();
+        stack.pop_back();
+        if (w == static_cast<int>(u)) return true;
+        for (auto const& [x, s] : out[w])
+          if (mark[x] != round) {
+            mark[x] = round;
+            stack.push_back(x);
+          }
+      }
+    }
+  return false;
+}
+
+template <class R>
+bool Solver<R>::propagate() {
+  edges_.clear();
+  std::size_t work = 0;
+  std::size_t const budget = 32 * roots_.size() + 1000;
+  while (!queue_.empty()) {
+    int r = queue_.front();
+    queue_.pop_front();
+    queued_[r] = 0;
+    bool ok = ++work <= budget ? prop(roots_[r], true) : !strict_cycle();
+    if (!ok || work > budget) {
+      // Either a conflict, or propagation is creeping: leave the rest to the
+      // decisions, which halve intervals instead of shaving single values.
+      for (int q : queue_) queued_[q] = 0;
+      queue_.clear();
+      return ok;
+    }
+  }
+  return true;
+}
+
+template <class R>
+L Solver<R>::eval_all() const {
+  L all = L::T;
+  for (int r : roots_) {
+    L v = eval(r);
+    if (v == L::F) return L::F;
+    if (v == L::U) all = L::U;
+  }
+  return all;
+}
+
+template <class R>
+bool Solver<R>::out_of_resources() const {
+  if (opt_.max_decisions && stats_.decisions >= opt_.max_decisions) return true;
+  if (opt_.timeout_seconds > 0) {
+    std::chrono::duration<double> d = std::chrono::steady_clock::now() - start_;
+    if (d.count() >= opt_.timeout_seconds) return true;
+  }
+  return false;
+}
+
+template <class R>
+void Solver<R>::trace_backtrack() {
+  std::ostream& out = *opt_.trace;
+  qorv::FpValueElement element;
+  for (qorv::FpBoundElement const* e : trail_.bounds) element.terms.insert(e->term());
+  choice_.trail_mark = levels_.empty() ? trail_.size() : levels_.back().trail_length;
+  auto const& frames = choice_.get_search_candidates(element);
+  out << "; backtrack " << stats_.backtracks << ": decision level " << levels_.size() << ", trail "
+      << trail_.size() << ", mark " << choice_.trail_mark << "\n";
+  for (auto const& frame : frames) out << ";   " << frame.to_str() << "\n";
+}
+
+template <class R>
+std::vector<IEEEFloat> Solver<R>::model() const {
+  std::vector<IEEEFloat> m;
+  for (std::size_t v = 0; v < p.vars.size(); ++v) {
+    Iv const& iv = cur[v];
+    FormatRanks<R> const& f = this->format_of_var(static_cast<int>(v));
+    R pick;
+    if (p.vars[v].is_bool) pick = relevant_[v] && iv.hi > f.nan ? R(f.nan + 1) : f.nan; // true when possible
+    else if (iv.lo <= 0 && 0 <= iv.hi) pick = 0;
+    else pick = iv.hi < 0 ? iv.hi : iv.lo;
+    m.push_back(value_of(pick, p.vars[v].fmt));
+  }
+  return m;
+}
+
+template <class R>
+void Solver<R>::check_invariants() {
+  trail_.check_invariants();
+  for (std::size_t i = 0; i < manager_.terms.size(); ++i) {
+    qorv::Term const* t = manager_.terms[i];
+    int v = var_of_term_[t];
+    auto const& iv = trail_.interval(t);
+    if (!(rank_of<R>(iv.lower()) == cur[v].lo) || !(rank_of<R>(iv.upper()) == cur[v].hi)) {
+      std::fprintf(stderr, "fpsolve: interval of %s out of step with the trail\n", t->name().c_str());
+      std::abort();
+    }
+  }
+}
+
+template <class R>
+Result Solver<R>::run() {
+  setup();
+  Result res;
+  bool ok = propagate();
+  for (;;) {
+    if (opt_.check) check_invariants();
+    if (ok) {
+      L s = eval_all();
+      if (s == L::T) {
+        res.answer = Answer::sat;
+        res.model = model();
+        break;
+      }
+      ok = s != L::F;
+    }
+    if (!ok) {
+      ++stats_.backtracks;
+      if (opt_.trace) trace_backtrack();
+      while (!levels_.empty() && levels_.back().flipped) levels_.pop_back();
+      if (levels_.empty()) {
+        res.answer = Answer::unsat;
+        break;
+      }
+      Level& lv = levels_.back();
+      backtrack_to(lv.trail_length);
+      lv.flipped = true;
+      IEEEFloat other = lv.flag ? qorv::next_below(lv.value) : qorv::next_above(lv.value);
+      auto* e = domain_.new_FpBoundElement(!lv.flag, p.vars[lv.var].term, other);
+      ok = assert_element(e, lv.var) && propagate();
+      continue;
+    }
+    if (out_of_resources()) break;
+    qorv::FpBoundElement* e = heuristic_.decide();
+    if (domain_.is_no_decision(e)) break; // every interval a single value yet undecided: cannot happen
+    int const v = var_of_term_[e->term()];
+    R const r = rank_of<R>(e->value);
+    ++stats_.decisions;
+    if (cur[v].lo == this->format_of_var(v).nan) ++stats_.nan_decisions;
+    else ++stats_.split_decisions;
+    if (e->flag() && r == cur[v].lo) {
+      // "At least the lower end" narrows nothing and its complement is empty;
+      // decide the split just above it instead, so both branches shrink.
+      IEEEFloat up = qorv::next_above(e->value);
+      domain_.release_FpBoundElement(e);
+      e = domain_.new_FpBoundElement(true, p.vars[v].term, up);
+    }
+    levels_.push_back(Level{trail_.size(), v, e->flag(), e->value, false});
+    ok = assert_element(e, v) && propagate();
+  }
+  backtrack_to(0);
+  std::chrono::duration<double> d = std::chrono::steady_clock::now() - start_;
+  stats_.seconds = d.count();
+  res.stats = stats_;
+  return res;
+}
+
+namespace {
+
+// Ranks of a format of w bits lie within +-2^(w-1), so 128 bits suffice up to
+// w = 128 (Float128 included).
+bool fits_128(Problem const& p) {
+  for (Operand const& o : p.operands)
+    if (o.fmt.eb + o.fmt.sb > 128) return false;
+  for (Var const& v : p.vars)
+    if (v.fmt.eb + v.fmt.sb > 128) return false;
+  return true;
+}
+
+template <class R>
+void load_model(Evaluator<R>& ev, std::vector<IEEEFloat> const& model) {
+  for (std::size_t v = 0; v < model.size(); ++v) {
+    R r = rank_of<R>(canonical(model[v]));
+    ev.cur[v] = {r, r};
+  }
+}
+
+} // namespace
+
+Result solve(Problem& p, Options const& options) {
+  if (fits_128(p)) return Solver<i128>(p, options).run();
+  return Solver<mpz_class>(p, options).run();
+}
+
+bool eval_bool(Problem const& p, std::vector<IEEEFloat> const& model, int node) {
+  Evaluator<mpz_class> ev(p);
+  load_model(ev, model);
+  L v = ev.eval(node);
+  assert(v != L::U && "a model gives every atom a truth value");
+  return v == L::T;
+}
+
+IEEEFloat eval_fp(Problem const& p, std::vector<IEEEFloat> const& model, int operand) {
+  Evaluator<mpz_class> ev(p);
+  load_model(ev, model);
+  Set<mpz_class> s = ev.img(operand);
+  IEEEFloat::format f = p.operands[operand].fmt;
+  return s.nan ? value_of(ev.format_of_operand(operand).nan, f) : value_of(s.lo, f);
+}
+
+} // namespace fpsolve

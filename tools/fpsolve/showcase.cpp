@@ -1,0 +1,40 @@
+// The problem fpsolve solves when run without input.
+#include "driver.h"
+
+namespace fpsolve {
+
+char const* const kShowcase = R"smt(; fpsolve showcase: floating-point comparisons in several formats.
+(set-logic QF_FP)
+(set-info :status sat)
+; Float16: a strict ordering chain between -1 and 1, with a subnormal in it.
+(declare-const h1 Float16)
+(declare-const h2 Float16)
+(declare-const h3 Float16)
+(assert (fp.lt ((_ to_fp 5 11) RNE (- 1.0)) h1 h2 h3 ((_ to_fp 5 11) RNE 1.0)))
+(assert (fp.isSubnormal h2))
+; Float32: fp.eq sees -0 and +0 as equal, = tells them apart.
+(declare-const z Float32)
+(assert (fp.eq z (_ +zero 8 24)))
+(assert (not (= z (_ +zero 8 24))))
+; Float64: NaN is unordered, yet equal to itself under =.
+(declare-const n Float64)
+(declare-const x Float64)
+(assert (= n (_ NaN 11 53)))
+(assert (not (fp.leq n x)))
+(assert (fp.geq x ((_ to_fp 11 53) RNE 0.1) (fp.neg x)))
+; Float128: an exactly rounded decimal and the value just above it.
+(declare-const q Float128)
+(define-fun third () Float128 ((_ to_fp 15 113) RTZ (/ 1 3)))
+(assert (and (fp.gt q third) (fp.leq q ((_ to_fp 15 113) RTP (/ 1 3)))))
+; A custom format and Boolean structure.
+(declare-const w (_ FloatingPoint 3 5))
+(declare-const big Bool)
+(assert (=> big (fp.isInfinite w)))
+(assert (xor big (fp.isNegative w)))
+(assert (or big (fp.lt w ((_ to_fp 3 5) #b10110000))))
+(check-sat)
+(get-model)
+(get-value ((fp.abs z) (fp.lt h1 h2)))
+)smt";
+
+} // namespace fpsolve
