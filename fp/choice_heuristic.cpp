@@ -1,8 +1,27 @@
 #include "fp/interval_heuristics.h"
 
+#include <cstddef>
 #include <cstdint>
+#include <tuple>
+#include <utility>
 
 namespace qorv::fp {
+
+namespace {
+// Makes `slot` a member-wise copy of `frame`.  When every value of the frame
+// is a 32/64-bit pattern, assignment gives exactly that and keeps the slot's
+// queue blocks.  Wider values are copied afresh and moved in, because
+// assigning onto a wide value may keep the destination's rational form.
+FpIntervalSearchFrame& reuse(FpIntervalSearchFrame& slot, FpIntervalSearchFrame const& frame) {
+  bool narrow = frame.value.narrow() && frame.max_limit.narrow();
+  for (auto const& limit : frame.limits) narrow = narrow && limit.second.narrow();
+  if (narrow)
+    slot = frame;
+  else
+    slot = FpIntervalSearchFrame(frame);
+  return slot;
+}
+} // namespace
 
 FpIntervalChoiceHeuristic::FpIntervalChoiceHeuristic(FpIntervalDomain& d, FpBoundsTrail& t)
     : domain(d), trail(t) {}
@@ -16,13 +35,19 @@ FpIntervalChoiceHeuristic::get_search_candidates(FpValueElement const& element) 
   frames_by_lit.clear(false);
 
   // The literal's frame, made on first meeting (the newest bound of the
-  // literal, which gives the frame its value).  Map entries never move.
+  // literal, which gives the frame its value).  Map entries never move.  The
+  // frame is built once, in its entry: the same entry, in the same place,
+  // with the same value as a default frame inserted and then assigned, but
+  // without the second frame and its queue's allocations.
   auto frame_of = [this](TheoryLit lit, IEEEFloat const& v) -> FpIntervalSearchFrame& {
-    auto it = frames_by_lit.find(lit);
-    if (it != frames_by_lit.end()) return it->second;
-    FpIntervalSearchFrame& f = frames_by_lit[lit];
-    f = FpIntervalSearchFrame(lit.flag(), lit.term(), v);
-    return f;
+    return frames_by_lit
+        .insert_with(lit,
+                     [&] {
+                       return std::pair<TheoryLit, FpIntervalSearchFrame>(
+                           std::piecewise_construct, std::forward_as_tuple(lit),
+                           std::forward_as_tuple(lit.flag(), lit.term(), v));
+                     })
+        ->value.second;
   };
 
   // Newest bound first: each bound after the mark becomes a limit (pushed to
@@ -46,14 +71,23 @@ FpIntervalChoiceHeuristic::get_search_candidates(FpValueElement const& element) 
   }
 
   // Entries never move, but the vector would copy frames on reallocation
-  // (a deque's move may throw), so size it once.
-  search_candidates.clear();
+  // (a deque's move may throw), so size it once.  The frames of the previous
+  // call are assigned over rather than destroyed and copied anew: the result
+  // is the same sequence of member-wise copies, and an assigned queue keeps
+  // the blocks it already has, so a warm call allocates no queue storage for
+  // the result.  Frames left over at the end are dropped.
   search_candidates.reserve(frames_by_lit.size());
+  std::size_t used = 0;
   for (auto const& [lit, frame] : frames_by_lit) {
-    FpIntervalSearchFrame& c = search_candidates.emplace_back(frame);
+    FpIntervalSearchFrame& c = used < search_candidates.size()
+                                   ? reuse(search_candidates[used], frame)
+                                   : search_candidates.emplace_back(frame);
+    ++used;
     if (!lits_with_max_limit.contains(lit)) c.set_max_limit_inf();
     c.fix_limits();
   }
+  search_candidates.erase(search_candidates.begin() + static_cast<std::ptrdiff_t>(used),
+                          search_candidates.end());
   return search_candidates;
 }
 

@@ -201,6 +201,29 @@ public:
     return true;
   }
 
+  // do_insert for a value that is built only when its key is absent: make()
+  // returns it (a V) and constructs it straight in the new entry's block.
+  // Same load check, bucket, chain position and count as do_insert; for a
+  // present key, nothing is built.  The entry holding the key is returned.
+  template <class Make>
+  Bucket* insert_with(K const& key, Make&& make) {
+    grow_if_loaded();
+    unsigned long const i = bucket_of(key);
+    for (Bucket* b = buckets_[i]; b; b = b->next)
+      if (Eq()(GetKey()(b->value), key)) return b;
+    void* block = pool_.allocate();
+    Bucket* fresh;
+    try {
+      fresh = ::new (block) Bucket{buckets_[i], make()};
+    } catch (...) {
+      pool_.release(block); // building the value failed: the block goes back unused
+      throw;
+    }
+    buckets_[i] = fresh;
+    ++count_;
+    return fresh;
+  }
+
   bool insert(V const& v) {
     unsigned long index;
     Bucket* entry;
@@ -348,14 +371,13 @@ class HashMap : public Hashtable<std::pair<K, V>, GetKey_pair<K, V>, K, Hash, Eq
   using Base = Hashtable<std::pair<K, V>, GetKey_pair<K, V>, K, Hash, Eq>;
 
 public:
-  // The mapped value of k, inserting (k, V()) first when k is absent.  The
-  // pair is built on every call and goes through do_insert, load check
-  // included.  The reference stays valid until clear() or destruction.
+  // The mapped value of k, inserting (k, V()) first when k is absent, as
+  // do_insert would, load check included.  The pair is built only for an
+  // absent key: building and dropping it has no effect that could be seen,
+  // and skipping it keeps a lookup of a present key down to the hash probe.
+  // The reference stays valid until clear() or destruction.
   V& operator[](K const& k) {
-    unsigned long index;
-    typename Base::Bucket* entry;
-    this->do_insert(std::pair<K, V>(k, V()), &index, &entry);
-    return entry->value.second;
+    return this->insert_with(k, [&k] { return std::pair<K, V>(k, V()); })->value.second;
   }
 };
 

@@ -276,8 +276,8 @@ bool operator<(QNumber const& a, QNumber const& b) {
   Big const* const bb = b.num_.big; // meaningful only when b_big
 
   // Sign test: different signs (or a zero) settle the order without division.
-  int const a_sign = a_big ? mpz_cmp_si(ab->num, 0) : (a.num_.small > 0) - (a.num_.small < 0);
-  int const b_sign = b_big ? mpz_cmp_si(bb->num, 0) : (b.num_.small > 0) - (b.num_.small < 0);
+  int const a_sign = a_big ? mpz_sgn(ab->num) : (a.num_.small > 0) - (a.num_.small < 0);
+  int const b_sign = b_big ? mpz_sgn(bb->num) : (b.num_.small > 0) - (b.num_.small < 0);
   if (a_sign < 0 && b_sign >= 0) return true;
   if (a_sign >= 0 && b_sign <= 0) return false;
 
@@ -288,8 +288,13 @@ bool operator<(QNumber const& a, QNumber const& b) {
     std::int64_t const g1 = static_cast<std::int64_t>(cached_gcd(abs_u64(an), abs_u64(bn)));
     std::int64_t const g2 = static_cast<std::int64_t>(
         cached_gcd(static_cast<std::uint64_t>(bd), static_cast<std::uint64_t>(ad)));
-    std::int64_t const an1 = an / g1, bn1 = bn / g1, ad2 = ad / g2, bd2 = bd / g2;
     std::int64_t lhs, rhs;
+    // When the uncancelled cross products fit, so do the cancelled ones (the
+    // divisors are positive), and both pairs compare alike: the four
+    // divisions can be skipped.  The divisors are still taken above, since
+    // they fill the cache.
+    if (safe_mul(an, bd, &lhs) && safe_mul(ad, bn, &rhs)) return lhs < rhs;
+    std::int64_t const an1 = an / g1, bn1 = bn / g1, ad2 = ad / g2, bd2 = bd / g2;
     if (safe_mul(an1, bd2, &lhs) && safe_mul(ad2, bn1, &rhs)) return lhs < rhs;
     mpz_set_si(t0, an1);
     mpz_mul_si(t0, t0, bd2);
@@ -335,7 +340,9 @@ bool operator<(QNumber const& a, QNumber const& b) {
     return mpz_cmp(t0, t1) < 0;
   }
 
-  // Both big: divisors in t0 (numerators) and t1 (denominators).
+  // Both big: divisors in t0 (numerators) and t1 (denominators).  Cancelling
+  // first keeps the cross products small; the scratch integers keep their
+  // storage, so a comparison allocates nothing once they have grown.
   mpz_ptr const t2 = QNumber::gmp_tmp[2];
   mpz_ptr const t3 = QNumber::gmp_tmp[3];
   mpz_gcd(t0, ab->num, bb->num);

@@ -1,80 +1,69 @@
-#include "fp/interval_heuristics.h"
+#include "fp/fp_test.h"
 #include "host/pick_mid.h"
-#include "support/alloc_failure.h"
 
 #include <gmpxx.h>
-#include <gtest/gtest.h>
 
 #include <cstdint>
-#include <new>
-#include <string>
+#include <stdexcept>
 #include <vector>
 
 namespace qorv::fp {
 namespace {
 
-std::uint64_t lcg(std::uint64_t s) { return (s * 0x5DEECE66DULL + 11) & ((1ULL << 48) - 1); }
-IEEEFloat inf(IEEEFloat::format f, bool negative) {
-  IEEEFloat v(f, IEEEFloat::rm_nearest_even);
-  v.self_inf(negative);
-  return v;
-}
-IEEEFloat f32(double d) { return IEEEFloat::from_double(d, {8, 24}); }
-constexpr IEEEFloat::format quad{15, 113};
+using namespace fixture;
 
-struct DecisionHeuristicTest : ::testing::Test {
-  TermManager tm;
-  FpIntervalDomain domain;
-  FpBoundsTrail trail{&tm};
+std::uint64_t lcg(std::uint64_t s) { return (s * 0x5DEECE66DULL + 11) & ((1ULL << 48) - 1); }
+
+struct DecisionHeuristicTest : HostTest {
   FpDecDepManager manager;
   FpIntervalDecisionHeuristic h{domain, trail, manager};
-  std::vector<FpBoundElement*> made;
+  std::vector<FpBoundElement*> made; // decided, not asserted
 
   ~DecisionHeuristicTest() override {
     for (FpBoundElement* e : made) domain.release_FpBoundElement(e);
-    trail.backtrack(0, &domain);
-    EXPECT_EQ(domain.live_elements(), 0u);
   }
-  // n variables appended to the term list, all in the first segment; with
-  // open = false their intervals exclude NaN.
-  std::vector<Term const*> vars(int n, IEEEFloat::format f = {8, 24}, bool open = true) {
-    std::vector<Term const*> out;
-    for (int i = 0; i < n; ++i) {
-      out.push_back(tm.mk_var("v" + std::to_string(tm.term_count()), tm.fp_sort(f)));
-      if (!open) set(out.back(), inf(f, true), inf(f, false));
-    }
-    manager.terms.insert(manager.terms.end(), out.begin(), out.end());
+  // A new variable at the end of the term list, which is all first segment;
+  // a closed one has an interval without NaN.
+  Term const* add(Format f = single, bool closed = false) {
+    Term const* t = var(f);
+    if (closed) set(t, inf(f, true), inf(f, false));
+    manager.terms.push_back(t);
     manager.split = manager.terms.size();
-    return out;
+    return t;
   }
   void set(Term const* t, IEEEFloat const& lo, IEEEFloat const& hi) {
     FpValueInterval& iv = trail.interval(t);
     iv.lower_ends.back() = lo;
     iv.upper_ends.back() = hi;
   }
-  FpBoundElement* decide(FpIntervalDecisionHeuristic* other = nullptr) {
-    FpBoundElement* e = (other ? other : &h)->decide();
+  FpBoundElement* decide(FpIntervalDecisionHeuristic* d = nullptr) {
+    FpBoundElement* e = (d ? d : &h)->decide();
     if (!domain.is_no_decision(e)) made.push_back(e);
     return e;
+  }
+  // The decision "t is not NaN": a lower bound at -inf of t's format.
+  void expect_not_nan(FpBoundElement const* e, Term const* t, Format f) {
+    EXPECT_EQ(e->lit, TheoryLit::make(t, true));
+    EXPECT_TRUE(payload_equal(e->value, inf(f, true))) << e->value.to_str();
   }
 };
 
 TEST_F(DecisionHeuristicTest, DrawsThenWalksRoundRobin) {
-  auto ts = vars(5, {8, 24}, false);
+  std::vector<Term const*> ts;
+  for (int i = 0; i < 5; ++i) ts.push_back(add(single, true));
   FpBoundElement* e = decide();
   EXPECT_EQ(lcg(42), 0xF692DDCDEDu);
   EXPECT_EQ(e->lit, TheoryLit::make(ts[3], true)); // 16159453 % 5, then bit 16 set
-  EXPECT_TRUE(payload_equal(e->value, utils::pick_mid_avg(inf({8, 24}, true), inf({8, 24}, false))));
+  EXPECT_TRUE(payload_equal(e->value, utils::pick_mid_avg(inf(single, true), inf(single, false))));
   EXPECT_EQ(h.generator_state(), lcg(lcg(42)));
-  EXPECT_EQ(h.last_decision().lit, e->lit);
-  EXPECT_TRUE(payload_equal(h.last_decision().value, e->value));
+  EXPECT_TRUE(h.last_decision().lit == e->lit && payload_equal(h.last_decision().value, e->value));
   for (int want : {4, 0, 1}) { // wraps after the last position
-    std::uint64_t s = h.generator_state();
+    std::uint64_t const s = h.generator_state();
     EXPECT_EQ(decide()->term(), ts[want]);
     EXPECT_EQ(h.generator_state(), lcg(s)) << "round robin draws the flag only";
   }
   set(ts[1], f32(2), f32(2)); // the last decided term is no longer a candidate
-  std::uint64_t s = h.generator_state();
+  std::uint64_t const s = h.generator_state();
   decide();
   EXPECT_EQ(h.generator_state(), lcg(lcg(s)));
   // ts[3] at positions 1 and 3: the decision after it is on position 2.
@@ -84,116 +73,80 @@ TEST_F(DecisionHeuristicTest, DrawsThenWalksRoundRobin) {
   EXPECT_EQ(decide(&fresh)->term(), ts[2]);
 }
 
+// NaN first in list order, drawing nothing; the second segment only when the
+// first has no candidate at all, even if the second admits NaN.
 TEST_F(DecisionHeuristicTest, NanFirstWithinTheSegmentLookedAt) {
-  auto closed = vars(1, {8, 24}, false);
-  auto half = vars(1, {5, 11});
-  auto wide = vars(1, quad);
-  for (int round = 0; round < 2; ++round) { // not asserted: the same answer again
-    FpBoundElement* e = decide();
-    EXPECT_EQ(e->lit, TheoryLit::make(half[0], true));
-    EXPECT_TRUE(payload_equal(e->value, inf({5, 11}, true)));
-  }
+  Term const *closed = add(single, true), *small = add(half), *wide = add(quad);
+  expect_not_nan(decide(), small, half);
+  expect_not_nan(decide(), small, half); // not asserted: the same answer again
   trail.assert_bound(made.back());
   made.pop_back();
-  FpBoundElement* e = decide();
-  EXPECT_EQ(e->lit, TheoryLit::make(wide[0], true));
-  EXPECT_TRUE(payload_equal(e->value, inf(quad, true)));
-  EXPECT_EQ(h.last_decision().lit, e->lit);
+  expect_not_nan(decide(), wide, quad);
+  EXPECT_EQ(h.last_decision().lit, TheoryLit::make(wide, true));
   EXPECT_EQ(h.generator_state(), 42u);
   manager.split = 1; // the closed candidate hides the second segment
-  EXPECT_EQ(decide()->term(), closed[0]);
-  Term const* unseen = tm.mk_var("unseen", tm.fp_sort(8, 24));
+  EXPECT_EQ(decide()->term(), closed);
+  Term const* unseen = var();
   manager.terms.push_back(unseen);
   decide();
   EXPECT_EQ(trail.intervals.find(unseen), trail.intervals.end()) << "second segment looked at";
-  manager.split = 0; // only the second segment
-  EXPECT_EQ(decide()->lit, TheoryLit::make(wide[0], true));
-  set(closed[0], f32(1), f32(1));
-  for (std::size_t split : {std::size_t{1}, manager.terms.size() + 5}) { // first yields nothing
-    manager.split = split;
-    EXPECT_EQ(decide()->lit, TheoryLit::make(wide[0], true));
+  set(closed, f32(1), f32(1));
+  for (std::size_t split : {std::size_t{0}, std::size_t{1}, manager.terms.size() + 5}) {
+    manager.split = split; // 0: only the second segment; past the end: the end
+    expect_not_nan(decide(), wide, quad);
   }
 }
 
-TEST_F(DecisionHeuristicTest, NoCandidateGivesNoDecisionAndChangesNothing) {
-  EXPECT_TRUE(domain.is_no_decision(decide())); // empty term list
-  vars(1, {8, 24}, false);
+// Nothing to decide (no terms, constants only) gives the no-decision element;
+// that and an exception from the host leave all state as it was.
+TEST_F(DecisionHeuristicTest, NoDecisionOrHostExceptionChangesNothing) {
+  EXPECT_TRUE(domain.is_no_decision(decide()));
+  add(single, true);
   FpBoundElement* last = decide();
+  std::uint64_t const s = h.generator_state();
   manager.terms = {tm.mk_const(f32(1.5)), tm.mk_const(IEEEFloat::from_double(-2.0, quad))};
-  std::uint64_t s = h.generator_state();
   for (std::size_t split : {0, 1, 2}) {
     manager.split = split;
     EXPECT_EQ(decide(), &domain.no_decision);
   }
+  manager.terms.push_back(tm.mk_var("b", tm.bool_sort())); // has no interval
+  EXPECT_THROW(h.decide(), std::invalid_argument);
   EXPECT_EQ(h.generator_state(), s);
-  EXPECT_EQ(h.last_decision().lit, last->lit);
+  EXPECT_TRUE(h.last_decision().lit == last->lit && payload_equal(h.last_decision().value, last->value));
+  EXPECT_EQ(domain.live_elements(), made.size());
 }
 
+// Single means one bit pattern: -0 to +0 is not, two equal NaN patterns are.
 TEST_F(DecisionHeuristicTest, SingletonByPatternAndInvertedIntervalsSplit) {
-  auto ts = vars(1);
-  EXPECT_FALSE(h.singleton(ts[0])); // fresh
-  set(ts[0], f32(-0.0), f32(0.0));
-  EXPECT_FALSE(h.singleton(ts[0]));
+  Term const *t = add(), *wide = add(quad);
+  EXPECT_FALSE(h.singleton(t)); // fresh
+  set(t, f32(-0.0), f32(0.0));
+  EXPECT_FALSE(h.singleton(t));
   IEEEFloat nan(quad, IEEEFloat::rm_nearest_even);
   nan.self_nan();
-  auto wide = vars(1, quad);
-  set(wide[0], nan, nan);
-  EXPECT_TRUE(h.singleton(wide[0]));
+  set(wide, nan, nan);
+  EXPECT_TRUE(h.singleton(wide));
   // [-NaN, +NaN]: two patterns, a candidate, and l_True takes the NaN step.
   mpz_class bits;
   nan.get_bits(bits.get_mpz_t());
-  bits += mpz_class(1) << 127;
-  set(wide[0], IEEEFloat::from_bits(bits.get_mpz_t(), quad), nan);
-  // [1, -1] is inverted: it passes the NaN step, yet is still split.
-  set(ts[0], f32(1), f32(-1));
+  set(wide, IEEEFloat::from_bits(mpz_class(bits + (mpz_class(1) << 127)).get_mpz_t(), quad), nan);
+  set(t, f32(1), f32(-1)); // inverted: passes the NaN step, yet is still split
+  expect_not_nan(decide(), wide, quad);
+  manager.terms = {t};
   FpBoundElement* e = decide();
-  EXPECT_EQ(e->lit, TheoryLit::make(wide[0], true));
-  EXPECT_TRUE(payload_equal(e->value, inf(quad, true)));
-  manager.terms = {ts[0]};
-  manager.split = 1;
-  e = decide();
-  EXPECT_EQ(e->term(), ts[0]);
-  EXPECT_TRUE(payload_equal(e->value, h.pick_mid_point(ts[0])));
+  EXPECT_TRUE(e->term() == t && payload_equal(e->value, h.pick_mid_point(t)));
 }
 
-TEST_F(DecisionHeuristicTest, AllocationFailureKeepsLastDecision) {
-  auto ts = vars(1, {8, 24}, false);
-  FpBoundElement* last = decide();
-  while (domain.element_pool.free_count() != 0) // the next element needs a chunk
-    made.push_back(domain.new_FpBoundElement(true, ts[0], last->value));
-  vars(40, quad); // new intervals, map growth, wide values
-  std::int64_t k = 0;
-  for (FpBoundElement* e = nullptr; !e; ++k) {
-    {
-      test::AllocationFailure guard(k);
-      try {
-        e = h.decide();
-      } catch (std::bad_alloc const&) {
-      }
-    }
-    trail.check_invariants();
-    if (e) made.push_back(e);
-    else {
-      EXPECT_EQ(h.last_decision().lit, last->lit);
-      EXPECT_TRUE(payload_equal(h.last_decision().value, last->value));
-    }
-    EXPECT_EQ(domain.live_elements(), made.size());
-  }
-  EXPECT_GT(k, 5);
-}
-
+// Asserting every decision reaches single values: per term one "not NaN",
+// then bisection by packed rank (one per bit) and a few flag draws.
 TEST_F(DecisionHeuristicTest, SearchReachesSingleValuesInBoundedSteps) {
-  std::vector<IEEEFloat::format> formats = {{5, 11}, {8, 24}, {11, 53}, quad};
+  std::vector<Format> const formats = {half, single, {11, 53}, quad};
   std::vector<Term const*> ts;
-  for (auto f : formats) ts.push_back(vars(1, f)[0]);
-  // Per term: one "not NaN", bisection by packed rank (one per bit), then a
-  // few flag draws on the last two values.
-  std::vector<std::uint64_t> per_term(ts.size(), 0);
-  std::uint64_t steps = 0;
+  std::vector<std::uint64_t> per_term(formats.size(), 0);
+  for (Format f : formats) ts.push_back(add(f));
+  std::size_t steps = 0;
   for (FpBoundElement* e; !domain.is_no_decision(e = h.decide()); ++steps) {
-    if (steps < ts.size()) {
-      EXPECT_EQ(e->lit, TheoryLit::make(ts[steps], true)) << "NaN first";
-    }
+    if (steps < ts.size()) expect_not_nan(e, ts[steps], formats[steps]);
     trail.assert_bound(e);
     std::size_t i = 0;
     while (ts[i] != e->term()) ++i;

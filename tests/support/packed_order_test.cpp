@@ -4,6 +4,7 @@
 #include "host/ieee_float.h"
 #include "support/packed_order.h"
 
+#include <gmpxx.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -15,36 +16,18 @@ namespace {
 
 using format = IEEEFloat::format;
 
-struct Mpz {
-  Mpz() { mpz_init(v); }
-  ~Mpz() { mpz_clear(v); }
-  mpz_t v;
-};
-
 // The special values of f in ascending packed order: -NaN, +NaN, -inf, -max,
 // -1, -min normal, -max subnormal, -min subnormal, -0, +0, ... +inf.
 std::vector<IEEEFloat> specials(format f) {
-  Mpz m[8]; // +0, min sub, max sub, min normal, 1, max, inf, NaN as magnitudes
-  auto ones = [](mpz_ptr out, std::uint64_t n, std::uint64_t shift) {
-    mpz_setbit(out, n);
-    mpz_sub_ui(out, out, 1);
-    mpz_mul_2exp(out, out, shift);
-  };
-  mpz_set_ui(m[1].v, 1);
-  ones(m[2].v, f.sb - 1, 0);
-  mpz_setbit(m[3].v, f.sb - 1);
-  ones(m[4].v, f.eb - 1, f.sb - 1);
-  ones(m[6].v, f.eb, f.sb - 1);
-  mpz_sub_ui(m[5].v, m[6].v, 1);
-  mpz_setbit(m[7].v, f.sb - 2);
-  mpz_add(m[7].v, m[7].v, m[6].v);
-  std::vector<int> const order = {-7, 7, -6, -5, -4, -3, -2, -1, -0, 0, 1, 2, 3, 4, 5, 6};
+  mpz_class const one = 1, normal = one << (f.sb - 1), inf = ((one << f.eb) - 1) << (f.sb - 1);
+  mpz_class const magnitude[] = {0, 1, normal - 1, normal, ((one << (f.eb - 1)) - 1) << (f.sb - 1),
+                                 inf - 1, inf, inf + (one << (f.sb - 2))};
+  int const order[] = {-7, 7, -6, -5, -4, -3, -2, -1, -0, 0, 1, 2, 3, 4, 5, 6};
   std::vector<IEEEFloat> out;
-  for (std::size_t i = 0; i < order.size(); ++i) {
-    Mpz p;
-    mpz_set(p.v, m[std::abs(order[i])].v);
-    if (i < 9 && i != 1) mpz_setbit(p.v, f.eb + f.sb - 1); // the negative half
-    out.push_back(IEEEFloat::from_bits(p.v, f));
+  for (std::size_t i = 0; i < 16; ++i) {
+    mpz_class bits = magnitude[std::abs(order[i])];
+    if (i < 9 && i != 1) bits += one << (f.eb + f.sb - 1); // the negative half
+    out.push_back(IEEEFloat::from_bits(bits.get_mpz_t(), f));
   }
   return out;
 }
@@ -87,9 +70,7 @@ TEST(PackedOrder, ToStrRoundTripsThroughFromBits) {
       ASSERT_EQ(bits.size(), f.eb + f.sb) << s;
       EXPECT_EQ(s, "(fp #b" + bits.substr(0, 1) + " #b" + bits.substr(1, f.eb) + " #b" +
                        bits.substr(f.eb + 1) + ")");
-      Mpz p;
-      ASSERT_EQ(mpz_set_str(p.v, bits.c_str(), 2), 0);
-      EXPECT_TRUE(payload_equal(IEEEFloat::from_bits(p.v, f), x)) << s;
+      EXPECT_TRUE(payload_equal(IEEEFloat::from_bits(mpz_class(bits, 2).get_mpz_t(), f), x)) << s;
     }
   }
   EXPECT_EQ(IEEEFloat::from_double(1.0, {8, 24}).to_str(),
