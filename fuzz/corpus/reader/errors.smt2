@@ -1,0 +1,11 @@
+(declare-const x Float16)
+(assert (fp.lt x ((_ to_fp 5 11) RNE 0.5)))
+(push 1)
+(assert (= x (_ NaN 5 11)))
+(check-sat)
+(pop 1)
+(assert (fp.isNormal |x|))
+(check-sat)
+(get-value (x (fp.abs x) (fp.neg x)))
+(assert (fp.lt x #b0101))
+(declare-const
