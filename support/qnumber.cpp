@@ -266,6 +266,22 @@ bool QNumber::equal_mixed(QNumber const& a, QNumber const& b) {
 
 // ---------------------------------------------------------------- order
 
+namespace {
+// Cross products of a big-form value and a small one (n/d, n != 0) with the
+// common divisors cancelled first; the sign of mpz_cmp(t0, t1) orders
+// big against small.
+template <class Big>
+int mixed_cross(Big const& big, std::int64_t n, std::int64_t d, mpz_ptr t0, mpz_ptr t1) {
+  auto const g1 = mpz_gcd_ui(nullptr, big.num, abs_u64(n));
+  auto const g2 = mpz_gcd_ui(nullptr, big.den, static_cast<std::uint64_t>(d));
+  mpz_divexact_ui(t0, big.num, g1);
+  mpz_mul_si(t0, t0, d / static_cast<std::int64_t>(g2));
+  mpz_divexact_ui(t1, big.den, g2);
+  mpz_mul_si(t1, t1, n / static_cast<std::int64_t>(g1));
+  return mpz_cmp(t0, t1);
+}
+} // namespace
+
 bool operator<(QNumber const& a, QNumber const& b) {
   using Big = QNumber::Big;
   mpz_ptr const t0 = QNumber::gmp_tmp[0];
@@ -312,33 +328,15 @@ bool operator<(QNumber const& a, QNumber const& b) {
     return mpz_cmp_si(bb->num, a.num_.small) > 0;
   }
 
+  // One small, one big.  Past the sign test the small numerator is 0 only
+  // when a is small (then b > 0 decides), so both divisors fit in a machine
+  // word.  mixed_cross leaves big.num/g1 * d/g2 in t0 and big.den/g2 * n/g1
+  // in t1, where n/d is the small operand.
   if (!a_big) {
-    // a small, b big.  Past the zero test neither numerator is 0 (b's by the
-    // sign test), so both divisors fit in a machine word.
-    std::int64_t const an = a.num_.small, ad = a.den_;
-    if (an == 0) return b_sign > 0;
-    std::int64_t const g1 = static_cast<std::int64_t>(mpz_gcd_ui(nullptr, bb->num, abs_u64(an)));
-    std::int64_t const g2 =
-        static_cast<std::int64_t>(mpz_gcd_ui(nullptr, bb->den, static_cast<std::uint64_t>(ad)));
-    mpz_divexact_ui(t0, bb->den, static_cast<unsigned long>(g2));
-    mpz_mul_si(t0, t0, an / g1);
-    mpz_divexact_ui(t1, bb->num, static_cast<unsigned long>(g1));
-    mpz_mul_si(t1, t1, ad / g2);
-    return mpz_cmp(t0, t1) < 0;
+    if (a.num_.small == 0) return b_sign > 0;
+    return mixed_cross(*bb, a.num_.small, a.den_, t0, t1) > 0;
   }
-
-  if (!b_big) {
-    // a big, b small; b's numerator is not 0 after the sign test.
-    std::int64_t const bn = b.num_.small, bd = b.den_;
-    std::int64_t const g1 = static_cast<std::int64_t>(mpz_gcd_ui(nullptr, ab->num, abs_u64(bn)));
-    std::int64_t const g2 =
-        static_cast<std::int64_t>(mpz_gcd_ui(nullptr, ab->den, static_cast<std::uint64_t>(bd)));
-    mpz_divexact_ui(t0, ab->num, static_cast<unsigned long>(g1));
-    mpz_mul_si(t0, t0, bd / g2);
-    mpz_divexact_ui(t1, ab->den, static_cast<unsigned long>(g2));
-    mpz_mul_si(t1, t1, bn / g1);
-    return mpz_cmp(t0, t1) < 0;
-  }
+  if (!b_big) return mixed_cross(*ab, b.num_.small, b.den_, t0, t1) < 0;
 
   // Both big: divisors in t0 (numerators) and t1 (denominators).  Cancelling
   // first keeps the cross products small; the scratch integers keep their
