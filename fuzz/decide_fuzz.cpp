@@ -28,9 +28,7 @@ using namespace qorv;
 using fuzz::model_less;
 using fuzz::same_pattern;
 
-std::uint64_t lcg(std::uint64_t s) {
-  return (s * 0x5DEECE66DULL + 11) & ((std::uint64_t{1} << 48) - 1);
-}
+std::uint64_t lcg(std::uint64_t s) { return (s * 0x5DEECE66DULL + 11) & ((1ULL << 48) - 1); }
 
 IEEEFloat::format format_of(Term const* t) {
   DataType const* d = t->symbol->get_output_type();
@@ -48,17 +46,12 @@ struct Harness {
 
   ~Harness() {
     trail.backtrack(0, &domain);
-    for (FpBoundElement* e : unasserted)
-      domain.release_FpBoundElement(e);
+    for (FpBoundElement* e : unasserted) domain.release_FpBoundElement(e);
     FUZZ_CHECK(domain.live_elements() == 0);
   }
 
-  bool single(Term const* t) {
-    fp::FpValueInterval const& iv = trail.interval(t);
-    return same_pattern(iv.upper(), iv.lower());
-  }
-  bool admits_nan(Term const* t) {
-    fp::FpValueInterval const& iv = trail.interval(t);
+  bool single(fp::FpValueInterval const& iv) { return same_pattern(iv.upper(), iv.lower()); }
+  bool admits_nan(fp::FpValueInterval const& iv) {
     return !model_less(iv.upper(), iv.lower()) && fuzz::model_of(iv.lower()).nan;
   }
 
@@ -66,33 +59,29 @@ struct Harness {
     std::vector<Term const*> const& list = manager.terms;
     std::size_t const split = std::min(manager.split, list.size());
     std::vector<Term const*> cands;
-    for (std::size_t i = 0; i < split; ++i)
-      if (!single(list[i])) cands.push_back(list[i]);
-    if (cands.empty())
-      for (std::size_t i = split; i < list.size(); ++i)
-        if (!single(list[i])) cands.push_back(list[i]);
+    for (std::size_t seg = 0; seg < 2 && cands.empty(); ++seg) // second only if first has none
+      for (std::size_t i = seg ? split : 0; i < (seg ? list.size() : split); ++i)
+        if (!single(trail.interval(list[i]))) cands.push_back(list[i]);
     std::uint64_t const s0 = h.generator_state();
     TheoryLit const last = h.last_decision().lit;
     IEEEFloat const last_value = h.last_decision().value;
 
     FpBoundElement* e = h.decide();
-    FUZZ_CHECK(e != nullptr);
+    FUZZ_CHECK(e != nullptr && domain.is_no_decision(e) == cands.empty());
     if (cands.empty()) {
-      FUZZ_CHECK(domain.is_no_decision(e) && h.generator_state() == s0);
-      FUZZ_CHECK(h.last_decision().lit == last &&
+      FUZZ_CHECK(h.generator_state() == s0 && h.last_decision().lit == last &&
                  same_pattern(h.last_decision().value, last_value));
       return nullptr;
     }
-    FUZZ_CHECK(!domain.is_no_decision(e));
     unasserted.push_back(e);
     FUZZ_CHECK(h.last_decision().lit == e->lit && same_pattern(h.last_decision().value, e->value));
-    auto nan_first =
-        std::find_if(cands.begin(), cands.end(), [this](Term const* t) { return admits_nan(t); });
+    auto nan_first = std::find_if(cands.begin(), cands.end(),
+                                  [this](Term const* t) { return admits_nan(trail.interval(t)); });
     if (nan_first != cands.end()) {
       IEEEFloat minus_inf(format_of(*nan_first), IEEEFloat::rm_nearest_even);
       minus_inf.self_inf(true);
-      FUZZ_CHECK(e->lit == TheoryLit::make(*nan_first, true) && same_pattern(e->value, minus_inf));
-      FUZZ_CHECK(h.generator_state() == s0);
+      FUZZ_CHECK(e->lit == TheoryLit::make(*nan_first, true) && same_pattern(e->value, minus_inf) &&
+                 h.generator_state() == s0);
       return e;
     }
     auto const k = static_cast<std::uint32_t>(cands.size());
@@ -105,8 +94,8 @@ struct Harness {
       index = static_cast<std::uint32_t>(s >> 16) % k;
       s = lcg(s);
     }
-    FUZZ_CHECK(h.generator_state() == s);
-    FUZZ_CHECK(e->lit == TheoryLit::make(cands[index], ((s >> 16) & 1) != 0));
+    FUZZ_CHECK(h.generator_state() == s &&
+               e->lit == TheoryLit::make(cands[index], ((s >> 16) & 1) != 0));
     fp::FpValueInterval const& iv = trail.interval(cands[index]);
     FUZZ_CHECK(same_pattern(e->value, fp::utils::pick_mid_avg(iv.lower(), iv.upper())));
     if (!model_less(iv.upper(), iv.lower()))
@@ -132,13 +121,12 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
   int steps = 0;
   while (in.more() && ++steps < 400) {
     switch (in.byte() % 6) {
-    case 0: { // a new term list and split position
+    case 0: // a new term list and split position
       x.manager.terms.clear();
       for (std::size_t n = in.below(10); n > 0; --n)
         x.manager.terms.push_back(x.terms[in.below(x.terms.size())]);
       x.manager.split = in.below(x.manager.terms.size() + 2);
       break;
-    }
     case 1: { // interval ends chosen freely: single values, NaN, inverted
       Term const* t = x.terms[in.below(x.terms.size())];
       fp::FpValueInterval& iv = x.trail.interval(t);
@@ -149,14 +137,9 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     case 2: // backtrack
       x.trail.backtrack(in.below(x.trail.size() + 1), &x.domain);
       break;
-    case 3:
-    case 4: { // decide and assert, as a search would
-      if (FpBoundElement* e = x.decide_and_check()) {
-        x.unasserted.pop_back();
-        x.trail.assert_bound(e);
-      }
+    case 3: case 4: // decide and assert, as a search would
+      if (FpBoundElement* e = x.decide_and_check()) x.unasserted.pop_back(), x.trail.assert_bound(e);
       break;
-    }
     default:
       x.decide_and_check();
     }

@@ -29,29 +29,15 @@ inline mpz_class pick_pattern(Input& in, IEEEFloat::format f) {
   mpz_class m;
   std::uint8_t const mode = in.byte();
   switch (mode % 8) {
-  case 0:
-    m = 0;
-    break;
-  case 1:
-    m = inf;
-    break;
-  case 2:
-    m = inf + 1;
-    break; // signalling NaN, least payload
-  case 3:
-    m = inf + (mpz_class(1) << (t - 1));
-    break; // quiet NaN
-  case 4:
-    m = inf - 1;
-    break; // largest finite
-  case 5:
-    m = 1 + in.byte() % 3;
-    break; // smallest subnormals
-  default: {
-    for (unsigned long i = 0; i < w; i += 8)
-      m = (m << 8) + in.byte();
+  case 0: break;
+  case 1: m = inf; break;
+  case 2: m = inf + 1; break;                            // signalling NaN, least payload
+  case 3: m = inf + (mpz_class(1) << (t - 1)); break;    // quiet NaN
+  case 4: m = inf - 1; break;                            // largest finite
+  case 5: m = 1 + in.byte() % 3; break;                  // smallest subnormals
+  default:
+    for (unsigned long i = 0; i < w; i += 8) m = (m << 8) + in.byte();
     m %= sign;
-  }
   }
   return (mode & 0x80) ? m + sign : m;
 }

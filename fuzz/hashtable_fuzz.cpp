@@ -28,8 +28,7 @@ void check_same(Map const& m, std::unordered_map<std::uint64_t, Expected> const&
   for (auto const& [k, v] : m) {
     auto it = ref.find(k);
     FUZZ_CHECK(it != ref.end());
-    FUZZ_CHECK(it->second.value == v);
-    FUZZ_CHECK(it->second.address == &v);
+    FUZZ_CHECK(it->second.value == v && it->second.address == &v);
     ++visited;
   }
   FUZZ_CHECK(visited == ref.size());
@@ -38,15 +37,9 @@ void check_same(Map const& m, std::unordered_map<std::uint64_t, Expected> const&
 // Keys from a small space (hits and misses), multiples of the bucket counts
 // (long chains), or anything.
 std::uint64_t pick_key(qorv::fuzz::Input& in) {
-  switch (in.byte() % 4) {
-  case 0:
-  case 1:
-    return in.byte() % 64;
-  case 2:
-    return std::uint64_t{in.byte()} * 31 * 73 * 151;
-  default:
-    return in.u64();
-  }
+  std::uint8_t const kind = in.byte() % 4;
+  if (kind < 2) return in.byte() % 64;
+  return kind == 2 ? std::uint64_t{in.byte()} * 31 * 73 * 151 : in.u64();
 }
 
 // Short values live in the string object, longer ones on the heap, so a lost
@@ -63,20 +56,16 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
   std::unordered_map<std::uint64_t, Expected> ref;
   while (in.more()) {
     switch (in.byte() % 8) {
-    case 0:
-    case 1: { // insert
+    case 0: case 1: { // insert
       std::pair<std::uint64_t, std::string> v(pick_key(in), pick_value(in));
-      unsigned long index;
-      Map::Bucket* entry;
+      unsigned long index; Map::Bucket* entry;
       bool const inserted = m.do_insert(v, &index, &entry);
       FUZZ_CHECK(inserted == !ref.count(v.first));
-      FUZZ_CHECK(entry->value.first == v.first);
-      FUZZ_CHECK(index == v.first % m.bucket_count());
+      FUZZ_CHECK(entry->value.first == v.first && index == v.first % m.bucket_count());
       if (inserted) ref[v.first] = {v.second, &entry->value.second};
       break;
     }
-    case 2:
-    case 3: { // operator[], then assignment through the reference
+    case 2: case 3: { // operator[], then assignment through the reference
       std::uint64_t const k = pick_key(in);
       std::string& slot = m[k];
       auto it = ref.find(k);
@@ -92,8 +81,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
       std::uint64_t const k = pick_key(in);
       auto it = m.find(k);
       auto r = ref.find(k);
-      FUZZ_CHECK((it == m.end()) == (r == ref.end()));
-      FUZZ_CHECK(m.contains(k) == (r != ref.end()));
+      FUZZ_CHECK((it == m.end()) == (r == ref.end()) && m.contains(k) == (r != ref.end()));
       if (r != ref.end()) FUZZ_CHECK(&it->second == r->second.address);
       break;
     }

@@ -16,13 +16,10 @@ int main(int argc, char** argv) {
   namespace fs = std::filesystem;
   std::vector<fs::path> inputs;
   for (int i = 1; i < argc; ++i) {
-    fs::path p = argv[i];
-    if (fs::is_directory(p)) {
-      for (auto const& entry : fs::directory_iterator(p))
+    if (!fs::is_directory(argv[i])) inputs.push_back(argv[i]);
+    else
+      for (auto const& entry : fs::directory_iterator(argv[i]))
         if (entry.is_regular_file()) inputs.push_back(entry.path());
-    } else {
-      inputs.push_back(p);
-    }
   }
   std::sort(inputs.begin(), inputs.end());
   for (fs::path const& p : inputs) {

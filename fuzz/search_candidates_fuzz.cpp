@@ -35,15 +35,12 @@ void check(fp::FpIntervalChoiceHeuristic& h, FpValueElement const& element) {
     if (!element.terms.contains(e.term())) continue;
     Want& w = want[e.lit.word];
     w.value = &e.value;
-    if (p > h.trail_mark)
-      w.after.emplace_back(static_cast<int>(p), &e.value);
-    else
-      w.max = &e.value;
+    if (p > h.trail_mark) w.after.emplace_back(static_cast<int>(p), &e.value);
+    else w.max = &e.value;
   }
 
   std::vector<fp::FpIntervalSearchFrame> const& got = h.get_search_candidates(element);
-  FUZZ_CHECK(&got == &h.search_candidates);
-  FUZZ_CHECK(got.size() == want.size());
+  FUZZ_CHECK(&got == &h.search_candidates && got.size() == want.size());
   auto in_map = h.frames_by_lit.begin();
   std::uint64_t last_bucket = 0;
   for (fp::FpIntervalSearchFrame const& f : got) {
@@ -58,18 +55,13 @@ void check(fp::FpIntervalChoiceHeuristic& h, FpValueElement const& element) {
     Want& w = it->second;
     FUZZ_CHECK(same_pattern(f.value, *w.value) && f.counter == 0);
     IEEEFloat infinite(w.value->get_format(), IEEEFloat::rm_nearest_even);
-    if (f.flag())
-      infinite.self_nan();
-    else
-      infinite.self_inf(false);
+    f.flag() ? infinite.self_nan() : infinite.self_inf(false);
     IEEEFloat const& m = w.max ? *w.max : infinite;
-    FUZZ_CHECK(same_pattern(f.max_limit, m));
-    FUZZ_CHECK(f.limits.size() == w.after.size() + 1);
+    FUZZ_CHECK(same_pattern(f.max_limit, m) && f.limits.size() == w.after.size() + 1);
     FUZZ_CHECK(f.limits[0].first == -1 && same_pattern(f.limits[0].second, m));
-    for (std::size_t i = 0; i < w.after.size(); ++i) {
-      FUZZ_CHECK(f.limits[i + 1].first == w.after[i].first);
-      FUZZ_CHECK(same_pattern(f.limits[i + 1].second, i == 0 ? m : *w.after[i - 1].second));
-    }
+    for (std::size_t i = 0; i < w.after.size(); ++i)
+      FUZZ_CHECK(f.limits[i + 1].first == w.after[i].first &&
+                 same_pattern(f.limits[i + 1].second, i == 0 ? m : *w.after[i - 1].second));
     FUZZ_CHECK(f.max_limit_inf() == (f.flag() ? fuzz::model_of(m).nan : same_pattern(m, infinite)));
     w.value = nullptr;
   }
@@ -100,10 +92,8 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
         trail.bounds.push_back(domain.new_FpBoundElement(flag, t, v));
     } else if (op == 4) { // backtrack
       std::size_t const keep = in.below(trail.bounds.size() + 1);
-      while (trail.bounds.size() > keep) {
+      for (; trail.bounds.size() > keep; trail.bounds.pop_back())
         domain.release_FpBoundElement(trail.bounds.back());
-        trail.bounds.pop_back();
-      }
     } else if (op == 5) {
       h.trail_mark = in.flag() ? in.u64() : in.below(trail.bounds.size() + 2);
     } else {
@@ -114,7 +104,6 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
       check(h, element);
     }
   }
-  for (FpBoundElement* e : trail.bounds)
-    domain.release_FpBoundElement(e);
+  for (FpBoundElement* e : trail.bounds) domain.release_FpBoundElement(e);
   return 0;
 }

@@ -1,11 +1,7 @@
 #include "fp/fp_test.h"
 #include "support/alloc_failure.h"
 
-#include <gmpxx.h>
-
 #include <cstdint>
-#include <map>
-#include <random>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -89,47 +85,6 @@ TEST_F(ChoiceHeuristicTest, FramesPerLiteralOfElementTermsThroughOneReference) {
   test::disarm_allocation_failure();
   EXPECT_TRUE(h.get_search_candidates(others).empty());
   EXPECT_EQ(test::allocations_seen(), 0);
-}
-
-// Random trails against a model that keeps every bound of each literal.
-TEST_F(ChoiceHeuristicTest, MatchesAReferenceModelOnRandomTrails) {
-  std::mt19937_64 rng(7);
-  Format const formats[] = {half, {3, 5}, single, {11, 53}, quad, {2, 80}};
-  std::vector<Term const*> terms;
-  for (Format f : formats) terms.push_back(var(f));
-  for (int round = 0; round < 300; ++round) {
-    trail.backtrack(0, &domain);
-    FpValueElement el;
-    for (Term const* term : terms)
-      if (rng() % 3) el.terms.insert(term);
-    std::uint64_t const n = rng() % 40;
-    std::map<std::uint64_t, std::vector<std::pair<std::uint64_t, std::string>>> model;
-    for (std::uint64_t p = 1; p <= n; ++p) {
-      std::size_t const i = rng() % terms.size();
-      bool const flag = rng() % 2;
-      mpz_class bits = (mpz_class(static_cast<unsigned long>(rng())) << 64) + static_cast<unsigned long>(rng());
-      IEEEFloat const v = IEEEFloat::from_bits(mpz_class(bits >> (128 - formats[i].eb - formats[i].sb)).get_mpz_t(), formats[i]);
-      assert_bound(terms[i], flag, v);
-      if (el.terms.contains(terms[i])) model[TheoryLit::make(terms[i], flag).word].emplace_back(p, v.to_str());
-    }
-    std::uint64_t const marks[] = {0, n, n + 3, rng() % (n + 1)};
-    h.trail_mark = marks[rng() % 4];
-    ASSERT_EQ(h.get_search_candidates(el).size(), model.size());
-    for (FpIntervalSearchFrame const& f : h.search_candidates) {
-      auto const& bounds = model.at(f.lit.word);
-      std::string m = inf_text(f.value.get_format(), f.lit.flag());
-      Seen want; // each position paired with the value held just before it
-      for (std::size_t i = 0; i < bounds.size(); ++i) {
-        if (bounds[i].first <= h.trail_mark) m = bounds[i].second;
-        else want.emplace_back(static_cast<int>(bounds[i].first), want.empty() ? m : bounds[i - 1].second);
-      }
-      want.insert(want.begin(), {-1, m});
-      EXPECT_EQ(f.value.to_str() + " " + f.max_limit.to_str(), bounds.back().second + " " + m);
-      EXPECT_EQ(seen(f), want) << "round " << round << " mark " << h.trail_mark;
-      EXPECT_EQ(frame(f.lit.term(), f.lit.flag()), &f); // in map order
-      EXPECT_EQ(f.counter, 0);
-    }
-  }
 }
 
 } // namespace

@@ -19,9 +19,7 @@ struct DecisionHeuristicTest : HostTest {
   FpIntervalDecisionHeuristic h{domain, trail, manager};
   std::vector<FpBoundElement*> made; // decided, not asserted
 
-  ~DecisionHeuristicTest() override {
-    for (FpBoundElement* e : made) domain.release_FpBoundElement(e);
-  }
+  ~DecisionHeuristicTest() override { for (auto* e : made) domain.release_FpBoundElement(e); }
   // A new variable at the end of the term list, which is all first segment;
   // a closed one has an interval without NaN.
   Term const* add(Format f = single, bool closed = false) {
@@ -32,9 +30,7 @@ struct DecisionHeuristicTest : HostTest {
     return t;
   }
   void set(Term const* t, IEEEFloat const& lo, IEEEFloat const& hi) {
-    FpValueInterval& iv = trail.interval(t);
-    iv.lower_ends.back() = lo;
-    iv.upper_ends.back() = hi;
+    trail.interval(t).lower_ends.back() = lo, trail.interval(t).upper_ends.back() = hi;
   }
   FpBoundElement* decide(FpIntervalDecisionHeuristic* d = nullptr) {
     FpBoundElement* e = (d ? d : &h)->decide();
@@ -43,8 +39,8 @@ struct DecisionHeuristicTest : HostTest {
   }
   // The decision "t is not NaN": a lower bound at -inf of t's format.
   void expect_not_nan(FpBoundElement const* e, Term const* t, Format f) {
-    EXPECT_EQ(e->lit, TheoryLit::make(t, true));
-    EXPECT_TRUE(payload_equal(e->value, inf(f, true))) << e->value.to_str();
+    EXPECT_TRUE(e->lit == TheoryLit::make(t, true) && payload_equal(e->value, inf(f, true)))
+        << e->value.to_str();
   }
 };
 

@@ -36,13 +36,8 @@ struct HostTest : ::testing::Test {
   TermManager tm;
   FpIntervalDomain domain;
   FpBoundsTrail trail{&tm};
-  ~HostTest() override {
-    trail.backtrack(0, &domain);
-    EXPECT_EQ(domain.live_elements(), 0u);
-  }
-  Term const* var(Format f = single) {
-    return tm.mk_var("v" + std::to_string(tm.term_count()), tm.fp_sort(f));
-  }
+  ~HostTest() override { trail.backtrack(0, &domain); EXPECT_EQ(domain.live_elements(), 0u); }
+  Term const* var(Format f = single) { return tm.mk_var("v" + std::to_string(tm.term_count()), tm.fp_sort(f)); }
   void assert_bound(Term const* t, bool flag, IEEEFloat const& v) {
     trail.assert_bound(domain.new_FpBoundElement(flag, t, v));
   }

@@ -85,15 +85,12 @@ TEST_F(SearchFrameTest, CopiesAreDeepAndFixIsAllOrNothing) {
   copy.fix_limits();
   EXPECT_EQ(seen(src), before);
   int failures = 0;
-  for (std::int64_t k = 0;; ++k) {
+  for (std::int64_t k = 0;; ++k, ++failures) {
     try {
       test::AllocationFailure fail(k);
       src.fix_limits();
       break;
-    } catch (std::bad_alloc const&) {
-      ++failures;
-      ASSERT_EQ(seen(src), before) << "failing allocation " << k;
-    }
+    } catch (std::bad_alloc const&) { ASSERT_EQ(seen(src), before) << "failing allocation " << k; }
   }
   EXPECT_GE(failures, 2);
   EXPECT_EQ(src.limits.back().second.to_str(), before[before.size() - 2].second);

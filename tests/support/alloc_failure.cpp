@@ -13,18 +13,13 @@ bool fired = false;
 // True when this allocation must fail.
 bool should_fail() {
   ++seen;
-  if (countdown < 0) return false;
-  if (countdown-- == 0) {
-    fired = true;
-    return true;
-  }
-  return false;
+  if (countdown < 0 || countdown-- != 0) return false;
+  return fired = true;
 }
 } // namespace
 
 extern "C" void* __wrap_malloc(std::size_t size) {
-  if (should_fail()) return nullptr;
-  return __real_malloc(size);
+  return should_fail() ? nullptr : __real_malloc(size);
 }
 
 namespace qorv::test {
