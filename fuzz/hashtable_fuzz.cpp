@@ -57,7 +57,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
   while (in.more()) {
     switch (in.byte() % 8) {
     case 0: case 1: { // insert
-      std::pair<std::uint64_t, std::string> v(pick_key(in), pick_value(in));
+      std::pair<std::uint64_t, std::string> v{pick_key(in), pick_value(in)}; // braces: key read first
       unsigned long index; Map::Bucket* entry;
       bool const inserted = m.do_insert(v, &index, &entry);
       FUZZ_CHECK(inserted == !ref.count(v.first));
@@ -102,7 +102,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     default: { // insert(): the table grows exactly when the load before exceeds 0.7
       std::uint64_t const before = m.bucket_count();
       float const load = static_cast<float>(m.size()) / static_cast<float>(before);
-      std::pair<std::uint64_t, std::string> v(pick_key(in), pick_value(in));
+      std::pair<std::uint64_t, std::string> v{pick_key(in), pick_value(in)}; // braces: key read first
       bool const fresh = !ref.count(v.first);
       FUZZ_CHECK(m.insert(v) == fresh);
       FUZZ_CHECK((m.bucket_count() != before) == (static_cast<double>(load) > 0.7));
