@@ -9,6 +9,7 @@
 #pragma once
 
 #include "host/terms.h"
+#include "support/alloc_failure.h" // from tests/: the allocation hooks
 
 #include <benchmark/benchmark.h>
 
@@ -21,9 +22,11 @@
 namespace qorv::bench {
 
 // Heap allocations made so far by this process through operator new and
-// through malloc calls of the library (its pool chunks); see
-// alloc_counter.cpp.
-std::uint64_t allocation_count() noexcept;
+// through malloc calls of the library (its pool chunks).  The counting hooks
+// are the tests' allocation-failure hooks, never armed here.
+inline std::uint64_t allocation_count() noexcept {
+  return static_cast<std::uint64_t>(qorv::test::allocations_seen());
+}
 
 // Allocations made while a benchmark's timed loop ran, per call of the
 // operation under test; reported as the "allocs_per_call" counter.

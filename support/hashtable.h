@@ -183,22 +183,9 @@ public:
   // it inserted.  On bad_alloc nothing is linked and the count is unchanged.
   bool do_insert(V const& v, unsigned long* index, Bucket** entry) {
     assert(index && entry && "do_insert reports through both pointers");
-    grow_if_loaded();
-    K const& key = GetKey()(v);
-    unsigned long i = bucket_of(key);
-    *index = i;
-    for (Bucket* b = buckets_[i]; b; b = b->next) {
-      if (Eq()(GetKey()(b->value), key)) {
-        *entry = b;
-        return false;
-      }
-    }
-    Bucket* fresh = new_Bucket(v);
-    fresh->next = buckets_[i];
-    buckets_[i] = fresh;
-    ++count_;
-    *entry = fresh;
-    return true;
+    bool inserted = false;
+    *entry = emplace(GetKey()(v), index, &inserted, [&v]() -> V { return v; });
+    return inserted;
   }
 
   // do_insert for a value that is built only when its key is absent: make()
@@ -207,21 +194,9 @@ public:
   // present key, nothing is built.  The entry holding the key is returned.
   template <class Make>
   Bucket* insert_with(K const& key, Make&& make) {
-    grow_if_loaded();
-    unsigned long const i = bucket_of(key);
-    for (Bucket* b = buckets_[i]; b; b = b->next)
-      if (Eq()(GetKey()(b->value), key)) return b;
-    void* block = pool_.allocate();
-    Bucket* fresh;
-    try {
-      fresh = ::new (block) Bucket{buckets_[i], make()};
-    } catch (...) {
-      pool_.release(block); // building the value failed: the block goes back unused
-      throw;
-    }
-    buckets_[i] = fresh;
-    ++count_;
-    return fresh;
+    unsigned long index;
+    bool inserted;
+    return emplace(key, &index, &inserted, make);
   }
 
   bool insert(V const& v) {
@@ -283,13 +258,7 @@ public:
 
   // A new, unlinked entry holding a copy of v.
   Bucket* new_Bucket(V const& v) {
-    void* block = pool_.allocate();
-    try {
-      return ::new (block) Bucket{nullptr, v};
-    } catch (...) {
-      pool_.release(block); // the copy failed: the block goes back unused
-      throw;
-    }
+    return new_Bucket_with([&v]() -> V { return v; });
   }
 
   std::uint64_t size() const noexcept { return count_; }
@@ -340,6 +309,37 @@ private:
     for (Bucket* b = buckets_[i]; b; b = b->next)
       if (Eq()(GetKey()(b->value), k)) return b;
     return nullptr;
+  }
+
+  // A fresh, unlinked entry whose value make() builds in place; if building
+  // throws, the block goes back to the pool unused.
+  template <class Make>
+  Bucket* new_Bucket_with(Make&& make) {
+    void* block = pool_.allocate();
+    try {
+      return ::new (block) Bucket{nullptr, make()};
+    } catch (...) {
+      pool_.release(block);
+      throw;
+    }
+  }
+
+  // The one insertion path: load check, bucket, chain walk, and on a miss a
+  // new entry at the head of its chain.
+  template <class Make>
+  Bucket* emplace(K const& key, unsigned long* index, bool* inserted, Make&& make) {
+    grow_if_loaded();
+    unsigned long const i = bucket_of(key);
+    *index = i;
+    *inserted = false;
+    for (Bucket* b = buckets_[i]; b; b = b->next)
+      if (Eq()(GetKey()(b->value), key)) return b;
+    Bucket* fresh = new_Bucket_with(make);
+    fresh->next = buckets_[i];
+    buckets_[i] = fresh;
+    ++count_;
+    *inserted = true;
+    return fresh;
   }
 
   void grow_if_loaded() {
