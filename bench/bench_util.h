@@ -9,7 +9,7 @@
 #pragma once
 
 #include "host/terms.h"
-#include "support/alloc_failure.h" // from tests/: the allocation hooks
+#include "tests/common/alloc_failure.h"
 
 #include <benchmark/benchmark.h>
 

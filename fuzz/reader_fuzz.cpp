@@ -3,7 +3,7 @@
 // never crash, leak or hang.  The search runs with its cross-checks on and a
 // small decision budget, so a slow input is one that the reader or the
 // elaboration makes slow, which is what the fuzzer's time limit catches.
-#include "driver.h"
+#include "smtlib/driver.h"
 
 #include <cstdint>
 #include <sstream>

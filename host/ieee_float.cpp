@@ -345,6 +345,28 @@ void IEEEFloat::self_nan() {
   set_bits(t);
 }
 
+IEEEFloat IEEEFloat::nan(format f) {
+  IEEEFloat v(f, rm_nearest_even);
+  v.self_nan();
+  return v;
+}
+
+IEEEFloat IEEEFloat::inf(format f, bool negative) {
+  IEEEFloat v(f, rm_nearest_even);
+  v.self_inf(negative);
+  return v;
+}
+
+IEEEFloat IEEEFloat::zero(format f, bool negative) {
+  IEEEFloat v(f, rm_nearest_even);
+  if (negative) {
+    Mpz t;
+    mpz_setbit(t, v.width() - 1);
+    v.set_bits(t);
+  }
+  return v;
+}
+
 bool IEEEFloat::get_sign_wide() const {
   BitsView const p(*payload_.q);
   return mpz_tstbit(p, width() - 1) != 0;

@@ -92,6 +92,12 @@ public:
   // NaN with the sign clear (top trailing significand bit set, rest clear).
   void self_inf(bool negative);
   void self_nan();
+  // The same values built fresh in format f with rounding mode 0: the quiet
+  // NaN, an infinity and a zero.  Throw std::invalid_argument for an invalid
+  // format.
+  static IEEEFloat nan(format f);
+  static IEEEFloat inf(format f, bool negative);
+  static IEEEFloat zero(format f, bool negative);
 
   bool is_nan() const {
     return narrow() ? magnitude64() > inf_magnitude64() : is_nan_wide();

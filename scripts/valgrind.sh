@@ -24,7 +24,7 @@ cmake --build "$build" -j 2 >"$build/valgrind-build.log" 2>&1 || { cat "$build/v
 
 mkdir -p "$build/valgrind"
 runs=()
-for p in "$build"/tests/qorv_*_tests "$build"/tools/tests/fpsolve_tests; do
+for p in "$build"/tests/qorv_*_tests "$build"/tests/solver/fpsolve_tests; do
   [ -x "$p" ] && runs+=("$p")
 done
 for p in "$build"/fuzz/replay_*; do

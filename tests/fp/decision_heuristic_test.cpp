@@ -1,4 +1,4 @@
-#include "fp/fp_test.h"
+#include "tests/common/host_fixture.h"
 #include "host/pick_mid.h"
 
 #include <gmpxx.h>

@@ -1,5 +1,5 @@
-#include "fp/fp_test.h"
-#include "support/alloc_failure.h"
+#include "tests/common/host_fixture.h"
+#include "tests/common/alloc_failure.h"
 
 #include <gmpxx.h>
 

@@ -8,7 +8,7 @@
 // failures; destruction must free everything (LeakSanitizer in the sanitizer
 // build, memcheck under valgrind).  Each test prints its failure points.
 #include "fp/interval_heuristics.h"
-#include "support/alloc_failure.h"
+#include "tests/common/alloc_failure.h"
 #include "support/hashtable.h"
 #include "support/memory_pool.h"
 #include "support/packed_order.h"

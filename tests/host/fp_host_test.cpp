@@ -1,5 +1,5 @@
 #include "host/fp_host.h"
-#include "support/alloc_failure.h"
+#include "tests/common/alloc_failure.h"
 
 #include <gtest/gtest.h>
 

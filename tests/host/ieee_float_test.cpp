@@ -2,7 +2,7 @@
 // brute force and hardware, and value semantics of wide values including
 // allocation failure.
 #include "host/ieee_float.h"
-#include "support/alloc_failure.h"
+#include "tests/common/alloc_failure.h"
 #include "support/packed_order.h"
 
 #include <gmock/gmock.h>

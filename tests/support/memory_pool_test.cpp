@@ -1,4 +1,4 @@
-#include "support/alloc_failure.h"
+#include "tests/common/alloc_failure.h"
 #include "support/memory_pool.h"
 
 #include <gtest/gtest.h>

@@ -15,7 +15,7 @@
 // addresses or hash order that varies between runs.
 #pragma once
 
-#include "problem.h"
+#include "engine/problem.h"
 
 #include <cstdint>
 #include <ostream>
@@ -35,7 +35,7 @@ struct Stats {
   std::uint64_t nan_decisions = 0;   // "is it NaN?" decisions
   std::uint64_t split_decisions = 0; // interval splits
   std::uint64_t backtracks = 0;
-  std::uint64_t propagations = 0;    // bounds asserted by propagation
+  std::uint64_t propagations = 0; // bounds asserted by propagation
   double seconds = 0;
 };
 

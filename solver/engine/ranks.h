@@ -38,7 +38,9 @@ inline void rank_from_mpz(mpz_srcptr z, i128* out) {
   auto const mag = static_cast<i128>((static_cast<u128>(words[1]) << 64) | words[0]);
   *out = mpz_sgn(z) < 0 ? -mag : mag;
 }
-inline void rank_from_mpz(mpz_srcptr z, mpz_class* out) { mpz_set(out->get_mpz_t(), z); }
+inline void rank_from_mpz(mpz_srcptr z, mpz_class* out) {
+  mpz_set(out->get_mpz_t(), z);
+}
 
 inline void rank_to_mpz(i128 r, mpz_class* out) {
   auto const mag = static_cast<u128>(r < 0 ? -r : r);
@@ -46,7 +48,9 @@ inline void rank_to_mpz(i128 r, mpz_class* out) {
   mpz_import(out->get_mpz_t(), 2, -1, sizeof(std::uint64_t), 0, 0, words);
   if (r < 0) *out = -*out;
 }
-inline void rank_to_mpz(mpz_class const& r, mpz_class* out) { *out = r; }
+inline void rank_to_mpz(mpz_class const& r, mpz_class* out) {
+  *out = r;
+}
 
 template <class R>
 R rank_of(IEEEFloat const& v) {
@@ -65,17 +69,27 @@ IEEEFloat value_of(R const& r, IEEEFloat::format f) {
 }
 
 template <class R>
-R mx(R const& a, R const& b) { return a < b ? b : a; }
+R mx(R const& a, R const& b) {
+  return a < b ? b : a;
+}
 template <class R>
-R mn(R const& a, R const& b) { return b < a ? b : a; }
+R mn(R const& a, R const& b) {
+  return b < a ? b : a;
+}
 
 template <class R>
-R key(R const& r) { return r >= 0 ? R(r) : R(r + 1); }
+R key(R const& r) {
+  return r >= 0 ? R(r) : R(r + 1);
+}
 // The largest rank whose key is at most k, and the least whose key is at least k.
 template <class R>
-R max_rank_key_le(R const& k) { return k >= 0 ? R(k) : R(k - 1); }
+R max_rank_key_le(R const& k) {
+  return k >= 0 ? R(k) : R(k - 1);
+}
 template <class R>
-R min_rank_key_ge(R const& k) { return k > 0 ? R(k) : R(k - 1); }
+R min_rank_key_ge(R const& k) {
+  return k > 0 ? R(k) : R(k - 1);
+}
 
 // A set of values of one format: maybe NaN, and the non-NaN ranks lo..hi
 // (none when lo > hi).

@@ -8,8 +8,8 @@
 // and with every interval a single value the evaluation is exact.
 #pragma once
 
-#include "problem.h"
-#include "ranks.h"
+#include "engine/problem.h"
+#include "engine/ranks.h"
 
 #include <map>
 #include <utility>
@@ -19,7 +19,9 @@ namespace fpsolve {
 
 enum class L : std::uint8_t { T, F, U };
 
-inline L lnot(L v) { return v == L::T ? L::F : v == L::F ? L::T : L::U; }
+inline L lnot(L v) {
+  return v == L::T ? L::F : v == L::F ? L::T : L::U;
+}
 
 template <class R>
 class Evaluator {
@@ -59,8 +61,10 @@ public:
     Iv const& iv = cur[op.var];
     Set<R> s{iv.lo == f.nan, mx(iv.lo, R(f.nan + 1)), iv.hi};
     if (op.abs && s.has_num()) {
-      if (s.hi < 0) s = {s.nan, R(-s.hi - 1), R(-s.lo - 1)};
-      else if (s.lo < 0) s = {s.nan, R(0), mx(R(-s.lo - 1), s.hi)};
+      if (s.hi < 0)
+        s = {s.nan, R(-s.hi - 1), R(-s.lo - 1)};
+      else if (s.lo < 0)
+        s = {s.nan, R(0), mx(R(-s.lo - 1), s.hi)};
     }
     if (op.neg && s.has_num()) s = {s.nan, R(-s.hi - 1), R(-s.lo - 1)};
     return s;
@@ -69,14 +73,17 @@ public:
   L eval(int n) const {
     Node const& nd = p.nodes[n];
     switch (nd.op) {
-    case Op::t: return L::T;
-    case Op::f: return L::F;
+    case Op::t:
+      return L::T;
+    case Op::f:
+      return L::F;
     case Op::bvar: {
       Iv const& iv = cur[nd.a];
       R const& nan = fr[var_fmt[nd.a]].nan;
       return iv.lo > nan ? L::T : iv.hi == nan ? L::F : L::U;
     }
-    case Op::not_: return lnot(eval(nd.kids[0]));
+    case Op::not_:
+      return lnot(eval(nd.kids[0]));
     case Op::and_:
     case Op::or_: {
       L const stop = nd.op == Op::and_ ? L::F : L::T;
@@ -108,7 +115,8 @@ public:
       L a = eval(nd.kids[1]);
       return a != L::U && a == eval(nd.kids[2]) ? a : L::U;
     }
-    default: return atom(nd);
+    default:
+      return atom(nd);
     }
   }
 
@@ -146,17 +154,22 @@ public:
         // k op -k (na false) or -k op k (na true): a sign condition on k.
         bool const le = nd.op == Op::leq;
         if (nd.op == Op::fp_eq) {
-          if (want) add(R(-1), R(0));
+          if (want)
+            add(R(-1), R(0));
           else {
             add(ninf, R(-2));
             add(R(1), f.pinf);
           }
         } else if (!na) { // k <= -k: r <= 0;  k < -k: r <= -2
-          if (want) add(ninf, le ? R(0) : R(-2));
-          else add(le ? R(1) : R(-1), f.pinf);
+          if (want)
+            add(ninf, le ? R(0) : R(-2));
+          else
+            add(le ? R(1) : R(-1), f.pinf);
         } else { // -k <= k: r >= -1;  -k < k: r >= 1
-          if (want) add(le ? R(-1) : R(1), f.pinf);
-          else add(ninf, le ? R(-2) : R(0));
+          if (want)
+            add(le ? R(-1) : R(1), f.pinf);
+          else
+            add(ninf, le ? R(-2) : R(0));
         }
       }
       for (int i = 0; i < count; ++i) {
@@ -199,7 +212,8 @@ public:
     }
     case Op::ident: {
       Set<R> const b = img(nd.b);
-      possible_true = (a.nan && b.nan) || (a.has_num() && b.has_num() && a.lo <= b.hi && b.lo <= a.hi);
+      possible_true =
+          (a.nan && b.nan) || (a.has_num() && b.has_num() && a.lo <= b.hi && b.lo <= a.hi);
       possible_false = !(a.single() && b.single());
       break;
     }
@@ -208,7 +222,8 @@ public:
       possible_false = a.has_num();
       break;
     default: {
-      auto const& ranges = fr[op_fmt[nd.a]].holds[static_cast<int>(nd.op) - static_cast<int>(Op::is_inf)];
+      auto const& ranges =
+          fr[op_fmt[nd.a]].holds[static_cast<int>(nd.op) - static_cast<int>(Op::is_inf)];
       possible_false = a.nan;
       bool inside = false;
       if (a.has_num())

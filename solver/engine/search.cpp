@@ -1,6 +1,6 @@
-#include "search.h"
+#include "engine/search.h"
 
-#include "solver.h"
+#include "engine/solver.h"
 
 #include "host/pick_mid.h"
 
@@ -17,7 +17,8 @@ void Solver<R>::setup() {
   watchers_.assign(nv, {});
   relevant_.assign(nv, 0);
   history_.resize(nv);
-  for (std::size_t v = 0; v < nv; ++v) history_[v].push_back(cur[v]);
+  for (std::size_t v = 0; v < nv; ++v)
+    history_[v].push_back(cur[v]);
   // Variables of each root, once per root.
   std::vector<int> seen(p.nodes.size(), -1);
   for (std::size_t r = 0; r < roots_.size(); ++r) {
@@ -33,12 +34,14 @@ void Solver<R>::setup() {
       if (seen[n] == static_cast<int>(r)) continue;
       seen[n] = static_cast<int>(r);
       Node const& nd = p.nodes[n];
-      if (nd.op == Op::bvar) touch(nd.a);
+      if (nd.op == Op::bvar)
+        touch(nd.a);
       else if (nd.op >= Op::leq) {
         if (p.operands[nd.a].var >= 0) touch(p.operands[nd.a].var);
         if (nd.b >= 0 && p.operands[nd.b].var >= 0) touch(p.operands[nd.b].var);
       }
-      for (int k : nd.kids) todo.push_back(k);
+      for (int k : nd.kids)
+        todo.push_back(k);
     }
   }
   // Booleans first, so the Boolean structure is settled before values.
@@ -50,7 +53,8 @@ void Solver<R>::setup() {
       }
   manager_.split = manager_.terms.size();
   queued_.assign(roots_.size(), 1);
-  for (std::size_t r = 0; r < roots_.size(); ++r) queue_.push_back(static_cast<int>(r));
+  for (std::size_t r = 0; r < roots_.size(); ++r)
+    queue_.push_back(static_cast<int>(r));
 }
 
 template <class R>
@@ -98,8 +102,10 @@ template <class R>
 bool Solver<R>::assert_element(qorv::FpBoundElement* e, int v) {
   R const r = rank_of<R>(e->value);
   Iv next = cur[v];
-  if (e->flag()) next.lo = mx(next.lo, r);
-  else next.hi = mn(next.hi, r);
+  if (e->flag())
+    next.lo = mx(next.lo, r);
+  else
+    next.hi = mn(next.hi, r);
   trail_.assert_bound(e);
   trail_var_.push_back(v);
   history_[v].push_back(next);
@@ -132,8 +138,10 @@ bool Solver<R>::restrict_to(int o, Set<R> t) {
   }
   if (op.neg && t.has_num()) t = {t.nan, R(-t.hi - 1), R(-t.lo - 1)};
   if (op.abs && t.has_num()) {
-    if (t.hi < 0) t = {t.nan, R(1), R(0)};
-    else t = {t.nan, R(-t.hi - 1), t.hi};
+    if (t.hi < 0)
+      t = {t.nan, R(1), R(0)};
+    else
+      t = {t.nan, R(-t.hi - 1), t.hi};
   }
   if (t.has_num()) return narrow(op.var, t.nan ? f.nan : t.lo, t.hi);
   if (t.nan) return narrow(op.var, f.nan, f.nan);
@@ -210,7 +218,8 @@ bool Solver<R>::atom_prop(Node const& nd, bool want) {
     };
     return cut(nd.a, a, b) && cut(nd.b, img(nd.b), img(nd.a));
   }
-  case Op::is_nan: return restrict_to(nd.a, want ? Set<R>{true, R(1), R(0)} : Set<R>{false, a.lo, a.hi});
+  case Op::is_nan:
+    return restrict_to(nd.a, want ? Set<R>{true, R(1), R(0)} : Set<R>{false, a.lo, a.hi});
   default: {
     int const k = static_cast<int>(nd.op) - static_cast<int>(Op::is_inf);
     auto const& ranges = want ? f.holds[k] : f.fails[k];
@@ -238,12 +247,14 @@ bool Solver<R>::prop(int n, bool want) {
   Node const& nd = p.nodes[n];
   switch (nd.op) {
   case Op::t:
-  case Op::f: return false; // evaluated above
+  case Op::f:
+    return false; // evaluated above
   case Op::bvar: {
     R const nan = this->format_of_var(nd.a).nan;
     return want ? narrow(nd.a, R(nan + 1), R(nan + 1)) : narrow(nd.a, nan, nan);
   }
-  case Op::not_: return prop(nd.kids[0], !want);
+  case Op::not_:
+    return prop(nd.kids[0], !want);
   case Op::and_:
   case Op::or_: {
     bool const all = (nd.op == Op::and_) == want; // every kid must be `want`
@@ -289,7 +300,8 @@ bool Solver<R>::prop(int n, bool want) {
     if (eval(nd.kids[2]) == lnot(good)) return prop(nd.kids[0], true) && prop(nd.kids[1], want);
     return true;
   }
-  default: return atom_prop(nd, want);
+  default:
+    return atom_prop(nd, want);
   }
 }
 
@@ -321,8 +333,8 @@ bool Solver<R>::strict_cycle() const {
   for (std::size_t v = 0; v < has_abs.size(); ++v)
     if (has_abs[v]) {
       int x = static_cast<int>(v) * 4;
-      add(x, x + 2, false);     // x <= |x|
-      add(x + 3, x, false);     // -|x| <= x
+      add(x, x + 2, false); // x <= |x|
+      add(x + 3, x, false); // -|x| <= x
     }
   // A strict edge u -> v lies on a cycle when u is reachable from v.
   std::vector<int> mark(nn, -1), stack;
@@ -360,7 +372,8 @@ bool Solver<R>::propagate() {
     if (!ok || work > budget) {
       // Either a conflict, or propagation is creeping: leave the rest to the
       // decisions, which halve intervals instead of shaving single values.
-      for (int q : queue_) queued_[q] = 0;
+      for (int q : queue_)
+        queued_[q] = 0;
       queue_.clear();
       return ok;
     }
@@ -393,12 +406,14 @@ template <class R>
 void Solver<R>::trace_backtrack() {
   std::ostream& out = *opt_.trace;
   qorv::FpValueElement element;
-  for (qorv::FpBoundElement const* e : trail_.bounds) element.terms.insert(e->term());
+  for (qorv::FpBoundElement const* e : trail_.bounds)
+    element.terms.insert(e->term());
   choice_.trail_mark = levels_.empty() ? trail_.size() : levels_.back().trail_length;
   auto const& frames = choice_.get_search_candidates(element);
   out << "; backtrack " << stats_.backtracks << ": decision level " << levels_.size() << ", trail "
       << trail_.size() << ", mark " << choice_.trail_mark << "\n";
-  for (auto const& frame : frames) out << ";   " << frame.to_str() << "\n";
+  for (auto const& frame : frames)
+    out << ";   " << frame.to_str() << "\n";
 }
 
 template <class R>
@@ -408,9 +423,12 @@ std::vector<IEEEFloat> Solver<R>::model() const {
     Iv const& iv = cur[v];
     FormatRanks<R> const& f = this->format_of_var(static_cast<int>(v));
     R pick;
-    if (p.vars[v].is_bool) pick = relevant_[v] && iv.hi > f.nan ? R(f.nan + 1) : f.nan; // true when possible
-    else if (iv.lo <= 0 && 0 <= iv.hi) pick = 0;
-    else pick = iv.hi < 0 ? iv.hi : iv.lo;
+    if (p.vars[v].is_bool)
+      pick = relevant_[v] && iv.hi > f.nan ? R(f.nan + 1) : f.nan; // true when possible
+    else if (iv.lo <= 0 && 0 <= iv.hi)
+      pick = 0;
+    else
+      pick = iv.hi < 0 ? iv.hi : iv.lo;
     m.push_back(value_of(pick, p.vars[v].fmt));
   }
   return m;
@@ -424,7 +442,8 @@ void Solver<R>::check_invariants() {
     int v = var_of_term_[t];
     auto const& iv = trail_.interval(t);
     if (!(rank_of<R>(iv.lower()) == cur[v].lo) || !(rank_of<R>(iv.upper()) == cur[v].hi)) {
-      std::fprintf(stderr, "fpsolve: interval of %s out of step with the trail\n", t->name().c_str());
+      std::fprintf(stderr, "fpsolve: interval of %s out of step with the trail\n",
+                   t->name().c_str());
       std::abort();
     }
   }
@@ -449,7 +468,8 @@ Result Solver<R>::run() {
     if (!ok) {
       ++stats_.backtracks;
       if (opt_.trace) trace_backtrack();
-      while (!levels_.empty() && levels_.back().flipped) levels_.pop_back();
+      while (!levels_.empty() && levels_.back().flipped)
+        levels_.pop_back();
       if (levels_.empty()) {
         res.answer = Answer::unsat;
         break;
@@ -464,12 +484,15 @@ Result Solver<R>::run() {
     }
     if (out_of_resources()) break;
     qorv::FpBoundElement* e = heuristic_.decide();
-    if (domain_.is_no_decision(e)) break; // every interval a single value yet undecided: cannot happen
+    if (domain_.is_no_decision(e))
+      break; // every interval a single value yet undecided: cannot happen
     int const v = var_of_term_[e->term()];
     R const r = rank_of<R>(e->value);
     ++stats_.decisions;
-    if (cur[v].lo == this->format_of_var(v).nan) ++stats_.nan_decisions;
-    else ++stats_.split_decisions;
+    if (cur[v].lo == this->format_of_var(v).nan)
+      ++stats_.nan_decisions;
+    else
+      ++stats_.split_decisions;
     if (e->flag() && r == cur[v].lo) {
       // "At least the lower end" narrows nothing and its complement is empty;
       // decide the split just above it instead, so both branches shrink.

@@ -3,7 +3,7 @@
 // format and subnormalised, so every result is the IEEE-754 value the
 // rounding mode selects.  Nearest-ties-away is decided from the two directed
 // roundings and an exact comparison with their midpoint.
-#include "problem.h"
+#include "smtlib/literals.h"
 
 #include <gmpxx.h>
 #include <mpfr.h>
@@ -71,13 +71,6 @@ IEEEFloat to_ieee(Mpfr const& r, IEEEFloat::format f) {
 
 } // namespace
 
-IEEEFloat canonical(IEEEFloat const& v) {
-  if (!v.is_nan()) return v;
-  IEEEFloat n(v.get_format(), IEEEFloat::rm_nearest_even);
-  n.self_nan();
-  return n;
-}
-
 IEEEFloat flip_sign(IEEEFloat const& v, bool clear_only) {
   if (v.is_nan()) return canonical(v);
   mpz_class bits;
@@ -90,11 +83,12 @@ IEEEFloat flip_sign(IEEEFloat const& v, bool clear_only) {
   return IEEEFloat::from_bits(bits.get_mpz_t(), v.get_format());
 }
 
-IEEEFloat fp_from_bit_strings(std::string const& s, std::string const& e, std::string const& m, Pos where) {
+IEEEFloat fp_from_bit_strings(std::string const& s, std::string const& e, std::string const& m,
+                              Pos where) {
   if (s.size() != 1) throw SmtError(where, "expected a 1-bit sign in the fp literal");
-  if (e.size() < 2) throw SmtError(where, "expected an exponent of at least 2 bits in the fp literal");
-  if (e.size() + m.size() + 1 > IEEEFloat::max_width)
-    throw SmtError(where, "fp literal too wide");
+  if (e.size() < 2)
+    throw SmtError(where, "expected an exponent of at least 2 bits in the fp literal");
+  if (e.size() + m.size() + 1 > IEEEFloat::max_width) throw SmtError(where, "fp literal too wide");
   IEEEFloat::format f{e.size(), m.size() + 1};
   mpz_class bits(s + e + m, 2);
   return from_mpz(bits, f);
@@ -105,12 +99,14 @@ IEEEFloat fp_from_bitvector(Token const& lit, IEEEFloat::format f) {
   if (width != f.eb + f.sb)
     throw SmtError(lit.pos, "wrong sort: expected a bit-vector of " + std::to_string(f.eb + f.sb) +
                                 " bits for (_ FloatingPoint " + std::to_string(f.eb) + " " +
-                                std::to_string(f.sb) + "), found " + std::to_string(width) + " bits");
+                                std::to_string(f.sb) + "), found " + std::to_string(width) +
+                                " bits");
   mpz_class bits(lit.text, lit.kind == Tok::binary ? 2 : 16);
   return from_mpz(bits, f);
 }
 
-IEEEFloat fp_from_rational(mpq_class const& q, IEEEFloat::format f, IEEEFloat::rounding_mode rm, Pos where) {
+IEEEFloat fp_from_rational(mpq_class const& q, IEEEFloat::format f, IEEEFloat::rounding_mode rm,
+                           Pos where) {
   if (f.eb > 60 || f.sb > static_cast<std::uint64_t>(MPFR_PREC_MAX))
     throw SmtError(where, "format too wide for a decimal conversion (at most 60 exponent bits)");
   ExponentRange saved;

@@ -1,4 +1,4 @@
-// Shared pieces of the fp tests: a host (terms, domain, trail) that checks at
+// Shared pieces of the library tests: a host (terms, domain, trail) that checks at
 // the end that every bound element went back to the domain, and short forms
 // of the values the tests use.
 #pragma once
@@ -16,8 +16,12 @@ namespace qorv::fp::fixture {
 using Format = IEEEFloat::format;
 inline constexpr Format half{5, 11}, single{8, 24}, quad{15, 113};
 
-inline IEEEFloat f32(double d) { return IEEEFloat::from_double(d, single); }
-inline std::string s32(double d) { return f32(d).to_str(); }
+inline IEEEFloat f32(double d) {
+  return IEEEFloat::from_double(d, single);
+}
+inline std::string s32(double d) {
+  return f32(d).to_str();
+}
 inline IEEEFloat inf(Format f, bool negative) {
   IEEEFloat v(f, IEEEFloat::rm_nearest_even);
   v.self_inf(negative);
@@ -28,7 +32,8 @@ inline IEEEFloat inf(Format f, bool negative) {
 using Seen = std::vector<std::pair<int, std::string>>;
 inline Seen seen(FpIntervalSearchFrame const& f) {
   Seen out;
-  for (auto const& [p, v] : f.limits) out.emplace_back(p, v.to_str());
+  for (auto const& [p, v] : f.limits)
+    out.emplace_back(p, v.to_str());
   return out;
 }
 
@@ -36,8 +41,13 @@ struct HostTest : ::testing::Test {
   TermManager tm;
   FpIntervalDomain domain;
   FpBoundsTrail trail{&tm};
-  ~HostTest() override { trail.backtrack(0, &domain); EXPECT_EQ(domain.live_elements(), 0u); }
-  Term const* var(Format f = single) { return tm.mk_var("v" + std::to_string(tm.term_count()), tm.fp_sort(f)); }
+  ~HostTest() override {
+    trail.backtrack(0, &domain);
+    EXPECT_EQ(domain.live_elements(), 0u);
+  }
+  Term const* var(Format f = single) {
+    return tm.mk_var("v" + std::to_string(tm.term_count()), tm.fp_sort(f));
+  }
   void assert_bound(Term const* t, bool flag, IEEEFloat const& v) {
     trail.assert_bound(domain.new_FpBoundElement(flag, t, v));
   }

@@ -1,4 +1,4 @@
-#include "reader.h"
+#include "smtlib/reader.h"
 
 #include <cctype>
 #include <cstring>
@@ -24,7 +24,8 @@ std::string printable(int c) {
 
 } // namespace
 
-SmtError::SmtError(Pos p, std::string const& message) : std::runtime_error(describe(p, message)), pos(p) {}
+SmtError::SmtError(Pos p, std::string const& message)
+    : std::runtime_error(describe(p, message)), pos(p) {}
 
 int Lexer::get() {
   int c = in_.get();
@@ -43,7 +44,8 @@ void Lexer::skip_space_and_comments() {
     if (c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' || c == '\v') {
       get();
     } else if (c == ';') {
-      while (peek() != EOF && peek() != '\n') get();
+      while (peek() != EOF && peek() != '\n')
+        get();
     } else {
       return;
     }
@@ -84,34 +86,42 @@ Token Lexer::next() {
   } else if (c == ':') {
     t.kind = Tok::keyword;
     t.text = ":";
-    while (simple_symbol_char(peek())) t.text.push_back(static_cast<char>(get()));
+    while (simple_symbol_char(peek()))
+      t.text.push_back(static_cast<char>(get()));
     if (t.text.size() == 1) throw SmtError(t.pos, "expected a keyword name after ':'");
   } else if (c == '#') {
     int d = get();
     bool bin = d == 'b';
     if (!bin && d != 'x') throw SmtError(t.pos, "expected '#b' or '#x' literal");
     t.kind = bin ? Tok::binary : Tok::hex;
-    while (bin ? (peek() == '0' || peek() == '1') : (peek() >= 0 && peek() < 128 && std::isxdigit(peek())))
+    while (bin ? (peek() == '0' || peek() == '1')
+               : (peek() >= 0 && peek() < 128 && std::isxdigit(peek())))
       t.text.push_back(static_cast<char>(get()));
     if (t.text.empty() || simple_symbol_char(peek()))
-      throw SmtError(t.pos, bin ? "expected binary digits after '#b'" : "expected hexadecimal digits after '#x'");
+      throw SmtError(t.pos, bin ? "expected binary digits after '#b'"
+                                : "expected hexadecimal digits after '#x'");
   } else if (c >= '0' && c <= '9') {
     t.kind = Tok::numeral;
     t.text.push_back(static_cast<char>(c));
-    while (peek() >= '0' && peek() <= '9') t.text.push_back(static_cast<char>(get()));
+    while (peek() >= '0' && peek() <= '9')
+      t.text.push_back(static_cast<char>(get()));
     if (peek() == '.') {
       t.kind = Tok::decimal;
       t.text.push_back(static_cast<char>(get()));
-      if (!(peek() >= '0' && peek() <= '9')) throw SmtError(t.pos, "expected digits after the decimal point");
-      while (peek() >= '0' && peek() <= '9') t.text.push_back(static_cast<char>(get()));
+      if (!(peek() >= '0' && peek() <= '9'))
+        throw SmtError(t.pos, "expected digits after the decimal point");
+      while (peek() >= '0' && peek() <= '9')
+        t.text.push_back(static_cast<char>(get()));
     }
-    if (simple_symbol_char(peek())) throw SmtError(t.pos, "malformed number; expected a numeral or decimal");
+    if (simple_symbol_char(peek()))
+      throw SmtError(t.pos, "malformed number; expected a numeral or decimal");
     if (t.text.size() > 1 && t.text[0] == '0' && t.text[1] != '.')
       throw SmtError(t.pos, "malformed numeral '" + t.text + "'; leading zeros are not allowed");
   } else if (simple_symbol_char(c)) {
     t.kind = Tok::symbol;
     t.text.push_back(static_cast<char>(c));
-    while (simple_symbol_char(peek())) t.text.push_back(static_cast<char>(get()));
+    while (simple_symbol_char(peek()))
+      t.text.push_back(static_cast<char>(get()));
   } else {
     throw SmtError(t.pos, "unexpected character " + printable(c));
   }
@@ -121,15 +131,20 @@ Token Lexer::next() {
 std::string SExpr::to_text() const {
   if (!is_list) {
     switch (atom.kind) {
-    case Tok::binary: return "#b" + atom.text;
-    case Tok::hex: return "#x" + atom.text;
-    case Tok::string: return "\"" + atom.text + "\"";
+    case Tok::binary:
+      return "#b" + atom.text;
+    case Tok::hex:
+      return "#x" + atom.text;
+    case Tok::string:
+      return "\"" + atom.text + "\"";
     case Tok::symbol: {
       bool simple = !atom.text.empty() && !std::isdigit(static_cast<unsigned char>(atom.text[0]));
-      for (char ch : atom.text) simple = simple && simple_symbol_char(static_cast<unsigned char>(ch));
+      for (char ch : atom.text)
+        simple = simple && simple_symbol_char(static_cast<unsigned char>(ch));
       return simple ? atom.text : "|" + atom.text + "|";
     }
-    default: return atom.text;
+    default:
+      return atom.text;
     }
   }
   std::string s = "(";
@@ -143,7 +158,9 @@ std::string SExpr::to_text() const {
 std::unique_ptr<SExpr> Reader::next() {
   Token t = lex_.next();
   if (t.kind == Tok::eof) return nullptr;
-  if (t.kind == Tok::rparen) throw SmtError(t.pos, "unbalanced parentheses: unexpected ')'; expected '(' to begin a command");
+  if (t.kind == Tok::rparen)
+    throw SmtError(t.pos,
+                   "unbalanced parentheses: unexpected ')'; expected '(' to begin a command");
   return std::make_unique<SExpr>(read(std::move(t)));
 }
 
@@ -165,8 +182,8 @@ SExpr Reader::read(Token first) {
     if (t.kind == Tok::eof) {
       Pos open = stack.back().pos;
       throw SmtError(t.pos, "unbalanced parentheses: expected ')' to close the '(' at line " +
-                                std::to_string(open.line) + " column " + std::to_string(open.column) +
-                                ", found the end of the input");
+                                std::to_string(open.line) + " column " +
+                                std::to_string(open.column) + ", found the end of the input");
     }
     if (t.kind == Tok::lparen) {
       if (stack.size() >= kMaxDepth) throw SmtError(t.pos, "expressions nested too deeply");

@@ -1,9 +1,4 @@
-// The problem fpsolve solves when run without input.
-#include "driver.h"
-
-namespace fpsolve {
-
-char const* const kShowcase = R"smt(; fpsolve showcase: floating-point comparisons in several formats.
+; fpsolve showcase: floating-point comparisons in several formats.
 (set-logic QF_FP)
 (set-info :status sat)
 ; Float16: a strict ordering chain between -1 and 1, with a subnormal in it.
@@ -35,6 +30,3 @@ char const* const kShowcase = R"smt(; fpsolve showcase: floating-point compariso
 (check-sat)
 (get-model)
 (get-value ((fp.abs z) (fp.lt h1 h2)))
-)smt";
-
-} // namespace fpsolve

@@ -9,8 +9,8 @@
 // never drift apart (check_invariants compares them with the trail).
 #pragma once
 
-#include "evaluator.h"
-#include "search.h"
+#include "engine/evaluator.h"
+#include "engine/search.h"
 
 #include "fp/interval_heuristics.h"
 #include "host/fp_host.h"
@@ -30,8 +30,8 @@ class Solver : public Evaluator<R> {
 
 public:
   Solver(Problem& problem, Options const& options)
-      : Evaluator<R>(problem), opt_(options), trail_(&problem.tm), heuristic_(domain_, trail_, manager_),
-        choice_(domain_, trail_) {}
+      : Evaluator<R>(problem), opt_(options), trail_(&problem.tm),
+        heuristic_(domain_, trail_, manager_), choice_(domain_, trail_) {}
 
   ~Solver() { trail_.backtrack(0, &domain_); }
 

@@ -54,10 +54,12 @@ private:
 
 struct SExpr {
   bool is_list = false;
-  Token atom;                        // atoms only
-  std::vector<SExpr> items;          // lists only
-  Pos pos;                           // the atom, or the opening parenthesis
-  bool is_symbol(char const* s) const { return !is_list && atom.kind == Tok::symbol && atom.text == s; }
+  Token atom;               // atoms only
+  std::vector<SExpr> items; // lists only
+  Pos pos;                  // the atom, or the opening parenthesis
+  bool is_symbol(char const* s) const {
+    return !is_list && atom.kind == Tok::symbol && atom.text == s;
+  }
   // The expression written back as SMT-LIB text (for get-value answers).
   std::string to_text() const;
 };

@@ -1,4 +1,8 @@
-#include "driver.h"
+// The SMT-LIB command loop (see driver.h): one Session per script, holding
+// the problem, its elaborator and the last model.
+#include "smtlib/driver.h"
+
+#include "smtlib/elaborate.h"
 
 #include <iomanip>
 #include <memory>
@@ -9,17 +13,20 @@ namespace {
 
 std::string quoted(std::string const& s) {
   std::string r = "\"";
-  for (char c : s) r += c == '"' ? std::string("\"\"") : std::string(1, c);
+  for (char c : s)
+    r += c == '"' ? std::string("\"\"") : std::string(1, c);
   return r + "\"";
 }
 
 std::string symbol_of(SExpr const& e, char const* what) {
-  if (e.is_list || e.atom.kind != Tok::symbol) throw SmtError(e.pos, std::string("expected a symbol for ") + what);
+  if (e.is_list || e.atom.kind != Tok::symbol)
+    throw SmtError(e.pos, std::string("expected a symbol for ") + what);
   return e.atom.text;
 }
 
 void expect_arity(SExpr const& cmd, std::size_t n, char const* form) {
-  if (cmd.items.size() != n) throw SmtError(cmd.pos, std::string("malformed command; expected ") + form);
+  if (cmd.items.size() != n)
+    throw SmtError(cmd.pos, std::string("malformed command; expected ") + form);
 }
 
 void expect_no_params(SExpr const& e, char const* what) {
@@ -51,18 +58,21 @@ private:
   void get_model(SExpr const& cmd);
   void get_value(SExpr const& cmd);
   void need_model(SExpr const& cmd) const {
-    if (!have_model_) throw SmtError(cmd.pos, "no model available; expected a check-sat answering sat first");
+    if (!have_model_)
+      throw SmtError(cmd.pos, "no model available; expected a check-sat answering sat first");
   }
 
   std::ostream& out_;
   DriverOptions const& opt_;
   Problem p_;
+  Elaborator el_{p_};
   std::vector<IEEEFloat> model_;
   bool have_model_ = false;
 };
 
 bool Session::command(SExpr const& cmd) {
-  if (!cmd.is_list || cmd.items.empty() || cmd.items[0].is_list || cmd.items[0].atom.kind != Tok::symbol)
+  if (!cmd.is_list || cmd.items.empty() || cmd.items[0].is_list ||
+      cmd.items[0].atom.kind != Tok::symbol)
     throw SmtError(cmd.pos, "expected a command of the form (name ...)");
   std::string const name = cmd.items[0].atom.text;
   auto const& it = cmd.items;
@@ -84,7 +94,8 @@ bool Session::command(SExpr const& cmd) {
   }
   if (name == "echo") {
     expect_arity(cmd, 2, "(echo \"text\")");
-    if (it[1].is_list || it[1].atom.kind != Tok::string) throw SmtError(it[1].pos, "expected a string");
+    if (it[1].is_list || it[1].atom.kind != Tok::string)
+      throw SmtError(it[1].pos, "expected a string");
     out_ << quoted(it[1].atom.text) << "\n";
     return true;
   }
@@ -92,30 +103,32 @@ bool Session::command(SExpr const& cmd) {
   have_model_ = false;
   if (name == "declare-const") {
     expect_arity(cmd, 3, "(declare-const name sort)");
-    p_.declare(symbol_of(it[1], "the constant"), it[2], it[1]);
+    el_.declare(symbol_of(it[1], "the constant"), it[2], it[1]);
   } else if (name == "declare-fun") {
     expect_arity(cmd, 4, "(declare-fun name () sort)");
     expect_no_params(it[2], "declare-fun");
-    p_.declare(symbol_of(it[1], "the function"), it[3], it[1]);
+    el_.declare(symbol_of(it[1], "the function"), it[3], it[1]);
   } else if (name == "define-fun") {
     expect_arity(cmd, 5, "(define-fun name () sort term)");
     expect_no_params(it[2], "define-fun");
-    p_.define(symbol_of(it[1], "the function"), it[3], it[4], it[1]);
+    el_.define(symbol_of(it[1], "the function"), it[3], it[4], it[1]);
   } else if (name == "define-sort") {
     expect_arity(cmd, 4, "(define-sort name () sort)");
     expect_no_params(it[2], "define-sort");
-    p_.define_sort(symbol_of(it[1], "the sort"), it[3], it[1]);
+    el_.define_sort(symbol_of(it[1], "the sort"), it[3], it[1]);
   } else if (name == "assert") {
     expect_arity(cmd, 2, "(assert term)");
-    p_.assert_formula(it[1]);
+    el_.assert_formula(it[1]);
   } else if (name == "push") {
-    p_.push(levels_of(cmd));
+    el_.push(levels_of(cmd));
   } else if (name == "pop") {
-    p_.pop(levels_of(cmd), cmd);
+    el_.pop(levels_of(cmd), cmd);
   } else {
-    throw SmtError(it[0].pos, "unknown command '" + name + "'; expected set-logic, set-info, set-option, "
-                              "declare-const, declare-fun, define-fun, define-sort, assert, check-sat, "
-                              "get-model, get-value, push, pop or exit");
+    throw SmtError(it[0].pos,
+                   "unknown command '" + name +
+                       "'; expected set-logic, set-info, set-option, "
+                       "declare-const, declare-fun, define-fun, define-sort, assert, check-sat, "
+                       "get-model, get-value, push, pop or exit");
   }
   return true;
 }
@@ -124,13 +137,16 @@ void Session::check_sat() {
   Result r = solve(p_, opt_.search);
   have_model_ = r.answer == Answer::sat;
   model_ = std::move(r.model);
-  out_ << (r.answer == Answer::sat ? "sat" : r.answer == Answer::unsat ? "unsat" : "unknown") << "\n";
+  out_ << (r.answer == Answer::sat     ? "sat"
+           : r.answer == Answer::unsat ? "unsat"
+                                       : "unknown")
+       << "\n";
   if (opt_.stats) {
     Stats const& s = r.stats;
     out_ << "(:decisions " << s.decisions << " :nan-first-decisions " << s.nan_decisions
          << " :split-decisions " << s.split_decisions << " :backtracks " << s.backtracks
-         << " :propagations " << s.propagations << " :time " << std::fixed << std::setprecision(6) << s.seconds
-         << std::defaultfloat << ")\n";
+         << " :propagations " << s.propagations << " :time " << std::fixed << std::setprecision(6)
+         << s.seconds << std::defaultfloat << ")\n";
   }
   out_.flush();
 }
@@ -140,7 +156,8 @@ void Session::get_model(SExpr const& cmd) {
   out_ << "(\n";
   for (int v : p_.declared) {
     Var const& var = p_.vars[v];
-    out_ << "  (define-fun " << SExpr{false, Token{Tok::symbol, var.name, {}}, {}, {}}.to_text() << " () ";
+    out_ << "  (define-fun " << SExpr{false, Token{Tok::symbol, var.name, {}}, {}, {}}.to_text()
+         << " () ";
     if (var.is_bool)
       out_ << "Bool " << (model_[v].is_nan() ? "false" : "true");
     else
@@ -156,7 +173,7 @@ void Session::get_value(SExpr const& cmd) {
   need_model(cmd);
   std::string answer = "(";
   for (SExpr const& t : cmd.items[1].items) {
-    Value v = p_.elaborate(t);
+    Value v = el_.elaborate(t);
     if (answer.size() > 1) answer += "\n ";
     answer += "(" + t.to_text() + " " + value_text(p_, model_, v) + ")";
   }

@@ -1,4 +1,4 @@
-#include "support/alloc_failure.h"
+#include "tests/common/alloc_failure.h"
 
 #include <cstdlib>
 #include <new>
@@ -32,8 +32,12 @@ void disarm_allocation_failure() {
   countdown = -1;
   seen = 0;
 }
-std::int64_t allocations_seen() { return seen; }
-bool allocation_failure_fired() { return fired; }
+std::int64_t allocations_seen() {
+  return seen;
+}
+bool allocation_failure_fired() {
+  return fired;
+}
 } // namespace qorv::test
 
 // Replaced global allocation functions: they fail with the countdown too.
@@ -42,8 +46,18 @@ void* operator new(std::size_t size) {
   if (void* p = __real_malloc(size == 0 ? 1 : size)) return p;
   throw std::bad_alloc();
 }
-void* operator new[](std::size_t size) { return operator new(size); }
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete[](void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
-void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
+void* operator new[](std::size_t size) {
+  return operator new(size);
+}
+void operator delete(void* p) noexcept {
+  std::free(p);
+}
+void operator delete[](void* p) noexcept {
+  std::free(p);
+}
+void operator delete(void* p, std::size_t) noexcept {
+  std::free(p);
+}
+void operator delete[](void* p, std::size_t) noexcept {
+  std::free(p);
+}

@@ -4,7 +4,7 @@
 //   fpsolve [options] [FILE | -]
 //
 // Without FILE it solves the built-in showcase and prints the statistics.
-#include "driver.h"
+#include "smtlib/driver.h"
 
 #include <cstring>
 #include <fstream>
@@ -12,11 +12,17 @@
 #include <sstream>
 #include <string>
 
+namespace fpsolve {
+// The built-in showcase problem, tools/showcase.smt2 embedded at build time.
+extern char const kShowcase[];
+} // namespace fpsolve
+
 namespace {
 
 int usage(char const* why) {
   if (why) std::cerr << "fpsolve: " << why << "\n";
-  std::cerr << "usage: fpsolve [--stats] [--trace] [--check] [--max-decisions N] [--timeout SECONDS] [FILE | -]\n"
+  std::cerr << "usage: fpsolve [--stats] [--trace] [--check] [--max-decisions N] [--timeout "
+               "SECONDS] [FILE | -]\n"
                "  FILE          an SMT-LIB 2.6 script; '-' reads standard input\n"
                "  (no FILE)     solve the built-in showcase problem, with statistics\n"
                "  --stats       decisions, backtracks, propagations and time after each check-sat\n"
@@ -40,18 +46,28 @@ int main(int argc, char** argv) {
   for (int i = 1; i < argc; ++i) {
     std::string a = argv[i];
     double n = 0;
-    if (a == "--stats") opt.stats = true;
-    else if (a == "--trace") opt.search.trace = &std::cout;
-    else if (a == "--check") opt.search.check = true;
-    else if (a == "--help" || a == "-h") return usage(nullptr);
+    if (a == "--stats")
+      opt.stats = true;
+    else if (a == "--trace")
+      opt.search.trace = &std::cout;
+    else if (a == "--check")
+      opt.search.check = true;
+    else if (a == "--help" || a == "-h")
+      return usage(nullptr);
     else if (a == "--max-decisions" || a == "--timeout") {
-      if (i + 1 >= argc || !number(argv[i + 1], &n)) return usage(("expected a number after " + a).c_str());
+      if (i + 1 >= argc || !number(argv[i + 1], &n))
+        return usage(("expected a number after " + a).c_str());
       ++i;
-      if (a == "--timeout") opt.search.timeout_seconds = n;
-      else opt.search.max_decisions = static_cast<std::uint64_t>(n);
-    } else if (a.size() > 1 && a[0] == '-') return usage(("unknown option " + a).c_str());
-    else if (file) return usage("more than one input file");
-    else file = argv[i];
+      if (a == "--timeout")
+        opt.search.timeout_seconds = n;
+      else
+        opt.search.max_decisions = static_cast<std::uint64_t>(n);
+    } else if (a.size() > 1 && a[0] == '-')
+      return usage(("unknown option " + a).c_str());
+    else if (file)
+      return usage("more than one input file");
+    else
+      file = argv[i];
   }
   if (!file) {
     std::cout << "; fpsolve showcase (run 'fpsolve FILE' to solve an SMT-LIB script)\n";

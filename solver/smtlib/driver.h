@@ -3,7 +3,7 @@
 // SMT-LIB error line `(error "line L column C: ...")` and exit status 1.
 #pragma once
 
-#include "search.h"
+#include "engine/search.h"
 
 #include <istream>
 #include <ostream>
@@ -17,9 +17,5 @@ struct DriverOptions {
 
 // The exit status: 0 after a clean run, 1 after an error.
 int run_script(std::istream& in, std::ostream& out, DriverOptions const& options);
-
-// The built-in showcase problem (several formats, signed zeros, NaN,
-// ordering chains), ending in check-sat and get-model.
-extern char const* const kShowcase;
 
 } // namespace fpsolve

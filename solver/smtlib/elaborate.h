@@ -1,0 +1,78 @@
+// Elaboration: SMT-LIB commands and terms turned into a Problem.
+//
+// The elaborator owns the name scopes (declarations, definitions, defined
+// sorts) and builds the problem only through its add_* members, so the
+// problem never sees an S-expression.  Chains (fp.leq a b c), n-ary = and
+// distinct are expanded into binary atoms under `and`; fp.neg and fp.abs of
+// a variable become views of it, of a constant a folded constant.
+//
+// Errors are SmtError with the position of the offending expression; an
+// error leaves the problem and the scopes usable (a failed command adds no
+// binding, though nodes it built stay unreferenced).  push and pop undo
+// declarations and assertions.
+#pragma once
+
+#include "smtlib/reader.h"
+
+#include "engine/problem.h"
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace fpsolve {
+
+// What a name or a term elaborates to: a Boolean node or an operand.
+struct Value {
+  bool is_bool = true;
+  int index = -1;
+};
+
+class Elaborator {
+public:
+  explicit Elaborator(Problem& problem) : p_(problem) {}
+
+  // Commands that add to the problem.  `where` positions the errors.
+  void declare(std::string const& name, SExpr const& sort, SExpr const& where);
+  void define(std::string const& name, SExpr const& sort, SExpr const& body, SExpr const& where);
+  void define_sort(std::string const& name, SExpr const& sort, SExpr const& where);
+  void assert_formula(SExpr const& e);
+  void push(std::size_t n);
+  void pop(std::size_t n, SExpr const& where);
+
+  // A term of the fragment (Boolean or floating point).
+  Value elaborate(SExpr const& e);
+  std::string sort_text(Value v) const;
+
+private:
+  struct Sort {
+    bool is_bool = false;
+    bool is_rm = false;
+    IEEEFloat::format fmt;
+  };
+  struct Binding {
+    bool is_sort = false;
+    Sort sort;   // sorts
+    Value value; // constants and definitions
+  };
+  struct Scope {
+    std::size_t assertions;
+    std::size_t declared;
+    std::vector<std::string> names;
+  };
+
+  Sort parse_sort(SExpr const& e) const;
+  void bind(std::string const& name, Binding b, SExpr const& where);
+  Binding const* lookup(std::string const& name) const;
+  int bool_of(SExpr const& e);
+  int fp_of(SExpr const& e);
+  int fp_app(SExpr const& e, std::string const& head);
+  int indexed_fp(SExpr const& e);
+  Value elaborate_list(SExpr const& e);
+
+  Problem& p_;
+  std::map<std::string, Binding> names_;
+  std::vector<Scope> scopes_;
+};
+
+} // namespace fpsolve

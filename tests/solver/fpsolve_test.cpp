@@ -1,0 +1,205 @@
+// fpsolve end to end: answers on the traps of IEEE semantics, exact literal
+// conversion, model output, resource limits, tracing and input errors.  Every
+// search runs with the trail/search-state cross-check switched on.
+#include "smtlib/driver.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+
+namespace {
+
+using fpsolve::DriverOptions;
+
+struct Outcome {
+  int status;
+  std::string out;
+};
+
+Outcome run(std::string const& script, DriverOptions opt = {}) {
+  opt.search.check = true;
+  std::istringstream in(script);
+  std::ostringstream out;
+  int status = fpsolve::run_script(in, out, opt);
+  return {status, out.str()};
+}
+
+std::string answer(std::string const& script) {
+  Outcome r = run(script + "\n(check-sat)\n");
+  EXPECT_EQ(r.status, 0) << r.out;
+  return r.out.substr(0, r.out.find('\n'));
+}
+
+TEST(Fpsolve, IeeeTrapsHaveKnownAnswers) {
+  std::string const f32 = "(declare-const x Float32)(declare-const y Float32)";
+  // fp.eq identifies the zeros, = does not; NaN is unordered but = to itself.
+  EXPECT_EQ(answer(f32 + "(assert (fp.eq x (_ +zero 8 24)))(assert (not (= x (_ +zero 8 24))))"),
+            "sat");
+  EXPECT_EQ(answer(f32 + "(assert (fp.lt x (_ +zero 8 24)))(assert (fp.gt x (_ -zero 8 24)))"),
+            "unsat");
+  EXPECT_EQ(answer(f32 + "(assert (fp.isNaN x))(assert (fp.eq x x))"), "unsat");
+  EXPECT_EQ(answer(f32 + "(assert (fp.isNaN x))(assert (= x x y))(assert (not (fp.leq y x)))"),
+            "sat");
+  EXPECT_EQ(
+      answer("(assert (distinct (fp #b0 #b11111 #b1000000000) (fp #b1 #b11111 #b0000000001)))"),
+      "unsat");
+  EXPECT_EQ(
+      answer(f32 +
+             "(assert (not (fp.isNaN x)))(assert (not (fp.leq x y)))(assert (not (fp.gt x y)))"),
+      "sat"); // y must be NaN
+  // Subnormals: none is normal, the largest lies just below the smallest normal.
+  std::string const f16 = "(declare-const h Float16)";
+  EXPECT_EQ(answer(f16 + "(assert (fp.isSubnormal h))(assert (fp.isNormal (fp.abs h)))"), "unsat");
+  EXPECT_EQ(
+      answer(f16 + "(assert (fp.isSubnormal h))(assert (fp.gt h (fp #b0 #b00000 #b1111111110)))"),
+      "sat");
+  EXPECT_EQ(
+      answer(f16 + "(assert (fp.isSubnormal h))(assert (fp.gt h (fp #b0 #b00000 #b1111111111)))"),
+      "unsat");
+  // One view against another of the same variable.
+  EXPECT_EQ(answer("(declare-const d Float64)(assert (fp.lt (fp.neg (fp.abs d)) d (fp.neg d)))"),
+            "unsat");
+  EXPECT_EQ(
+      answer("(declare-const d Float64)(assert (fp.eq d (fp.neg d)))(assert (not (fp.isZero d)))"),
+      "unsat");
+  EXPECT_EQ(
+      answer(
+          "(declare-const d Float64)(assert (= (fp.abs d) (fp.neg d)))(assert (not (fp.isNaN d)))"),
+      "sat"); // d <= -0
+  // Float128: no value strictly between two neighbours; strict cycles.
+  std::string const q = "(declare-const q Float128)(declare-const r Float128)";
+  EXPECT_EQ(answer(q + "(assert (fp.gt q ((_ to_fp 15 113) RTZ (/ 1 3))))"
+                       "(assert (fp.lt q ((_ to_fp 15 113) RTP (/ 1 3))))"),
+            "unsat");
+  EXPECT_EQ(answer(q + "(assert (fp.lt q r))(assert (fp.leq r (fp.neg (fp.neg q))))"), "unsat");
+  EXPECT_EQ(answer(q + "(assert (fp.lt q r (_ +oo 15 113)))(assert (fp.isInfinite r))"), "unsat");
+  // Wider than 128 bits, and the smallest format.
+  EXPECT_EQ(
+      answer("(declare-const w (_ FloatingPoint 20 300))(declare-const v (_ FloatingPoint 20 300))"
+             "(assert (fp.lt (_ -oo 20 300) w v (_ -zero 20 300)))(assert (fp.isSubnormal v))"),
+      "sat");
+  EXPECT_EQ(answer("(declare-const t (_ FloatingPoint 2 2))(assert (not (fp.isNaN t)))(assert (not "
+                   "(fp.isInfinite t)))"
+                   "(assert (not (fp.isZero t)))(assert (not (fp.isNormal t)))(assert (not "
+                   "(fp.isSubnormal t)))"),
+            "unsat");
+  // Boolean structure, decided through the heuristic like any term.
+  EXPECT_EQ(
+      answer("(declare-const a Bool)(declare-const b Bool)(assert (xor a b))(assert (= a b))"),
+      "unsat");
+  EXPECT_EQ(answer("(declare-const a Bool)(declare-const b Bool)" + f32 +
+                   "(assert (ite a (fp.isNaN x) (fp.isInfinite x)))(assert (=> b a))(assert (or b "
+                   "(fp.lt x y)))"
+                   "(assert (distinct a (fp.isNegative x)))"),
+            "sat");
+}
+
+TEST(Fpsolve, LiteralsAreExact) {
+  // Each pair names one value in two ways, so every check answers sat.
+  char const* const same[][2] = {
+      {"((_ to_fp 8 24) RNE 0.1)", "(fp #b0 #b01111011 #b10011001100110011001101)"},
+      {"((_ to_fp 8 24) RTZ 0.1)", "(fp #b0 #b01111011 #b10011001100110011001100)"},
+      {"((_ to_fp 5 11) RNE 2049.0)", "((_ to_fp 5 11) #x6800)"}, // tie to even: 2048
+      {"((_ to_fp 5 11) RNA 2049.0)", "((_ to_fp 5 11) #x6801)"}, // tie away: 2050
+      {"((_ to_fp 5 11) RTZ 100000.0)", "(fp #b0 #b11110 #b1111111111)"},
+      {"((_ to_fp 5 11) RNE 100000.0)", "(_ +oo 5 11)"},
+      {"((_ to_fp 5 11) RNA 65520.0)", "(_ +oo 5 11)"}, // exactly halfway past the largest
+      {"((_ to_fp 5 11) RTN (- 0.00000000001))", "((_ to_fp 5 11) #b1000000000000001)"},
+      {"((_ to_fp 5 11) RNE (- 0.00000000001))", "(_ -zero 5 11)"},
+      {"((_ to_fp 5 11) RNE 0.0)", "(_ +zero 5 11)"},
+      {"(fp.abs (fp.neg (_ -oo 3 4)))", "(_ +oo 3 4)"},
+  };
+  for (auto const& [a, b] : same)
+    EXPECT_EQ(answer(std::string("(assert (= ") + a + " " + b + "))"), "sat") << a;
+  EXPECT_EQ(answer("(assert (= ((_ to_fp 5 11) RNE 2049.0) ((_ to_fp 5 11) RNA 2049.0)))"),
+            "unsat");
+  Outcome r = run(
+      "(check-sat)(get-value (((_ to_fp 11 53) RNE (/ 1 3)) (_ NaN 2 3) ((_ to_fp 2 3) #b11101)))");
+  EXPECT_EQ(r.out,
+            "sat\n((((_ to_fp 11 53) RNE (/ 1 3)) (fp #b0 #b01111111101 "
+            "#b0101010101010101010101010101010101010101010101010101))\n"
+            " ((_ NaN 2 3) (fp #b0 #b11 #b10))\n (((_ to_fp 2 3) #b11101) (fp #b0 #b11 #b10)))\n");
+}
+
+TEST(Fpsolve, ModelsSatisfyTheAssertionsAndScopesUndo) {
+  Outcome r =
+      run("(declare-const x Float16)(declare-const b Bool)(define-fun m () Float16 (fp.neg x))\n"
+          "(assert (fp.eq m (_ +zero 5 11)))(assert (fp.isPositive m))(assert (not b))\n"
+          "(check-sat)(get-model)(get-value (m b (fp.isZero x)))\n"
+          "(push 1)(assert (fp.isNaN x))(check-sat)(pop 1)(check-sat)(exit)(check-sat)");
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out,
+            "sat\n(\n  (define-fun x () (_ FloatingPoint 5 11) (fp #b1 #b00000 #b0000000000))\n"
+            "  (define-fun b () Bool false)\n)\n"
+            "((m (fp #b0 #b00000 #b0000000000))\n (b false)\n ((fp.isZero x) true))\nunsat\nsat\n");
+}
+
+TEST(Fpsolve, LimitsStatsAndTrace) {
+  // Unsat, and only by exhausting the search: the chain never becomes false
+  // on intervals until x and z are single values.  A small format keeps the
+  // exhaustion short.
+  std::string const hard =
+      "(define-sort F () (_ FloatingPoint 3 4))"
+      "(declare-const x F)(declare-const y F)(declare-const z F)"
+      "(assert (or (fp.lt x y z) (fp.gt x y z)))(assert (fp.eq x z))(check-sat)";
+  DriverOptions limited;
+  limited.search.max_decisions = 1;
+  EXPECT_EQ(run(hard, limited).out, "unknown\n");
+  std::ostringstream trace;
+  DriverOptions traced;
+  traced.stats = true;
+  traced.search.trace = &trace;
+  Outcome r = run(hard, traced);
+  EXPECT_EQ(r.out.substr(0, 6), "unsat\n");
+  EXPECT_NE(r.out.find("(:decisions "), std::string::npos);
+  EXPECT_NE(r.out.find(" :backtracks "), std::string::npos);
+  EXPECT_NE(trace.str().find("; backtrack 1:"), std::string::npos);
+  EXPECT_NE(trace.str().find("S["), std::string::npos) << trace.str();
+}
+
+TEST(Fpsolve, BadInputNamesPlaceAndExpectation) {
+  struct Case {
+    char const* script;
+    char const* message;
+  } const cases[] = {
+      {"(declare-const x Float32)\n(assert (fp.leq (fp.add RNE x x) x))",
+       "(error \"line 2 column 18: unknown operator 'fp.add'; expected"},
+      {"(declare-const x Float32)\n(assert (fp.leq x true))",
+       "(error \"line 2 column 19: wrong sort: expected a floating-point term, found Bool\")"},
+      {"(declare-const x Float32)(declare-const y Float64)\n(assert (fp.lt x y))",
+       "(error \"line 2 column 18: wrong sort: argument 2 of fp.lt is (_ FloatingPoint 11 53), "
+       "expected (_ FloatingPoint 8 24)\")"},
+      {"(assert (fp.isNaN x))",
+       "(error \"line 1 column 19: undeclared name 'x'; expected a declared constant\")"},
+      {"(declare-const x Float32)\n(assert (fp.isNaN x)",
+       "(error \"line 2 column 21: unbalanced parentheses: expected ')' to close the '(' at line 2 "
+       "column 1"},
+      {"(check-sat))", "sat\n(error \"line 1 column 12: unbalanced parentheses: unexpected ')'"},
+      {"(declare-const x (_ FloatingPoint 1 8))",
+       "(error \"line 1 column 35: invalid floating-point format"},
+      {"(assert (= (fp #b0 #b1 #b0) (_ NaN 2 2)))",
+       "(error \"line 1 column 12: expected an exponent of at least 2 bits"},
+      {"(assert (= ((_ to_fp 2 3) #b0101) (_ NaN 2 3)))",
+       "(error \"line 1 column 27: wrong sort: expected a bit-vector of 5 bits"},
+      {"(get-model)", "(error \"line 1 column 1: no model available"},
+      {"(declare-fun f (Float32) Float32)",
+       "(error \"line 1 column 16: declare-fun with parameters is not supported"},
+      {"(assert \"text)", "(error \"line 1 column 9: unterminated string literal"},
+      {"(assert (fp.isNaN 1.5))",
+       "(error \"line 1 column 19: wrong sort: found the real literal 1.5"},
+      {"(frobnicate)", "(error \"line 1 column 2: unknown command 'frobnicate'"},
+  };
+  for (auto const& c : cases) {
+    Outcome r = run(c.script);
+    EXPECT_EQ(r.status, 1) << c.script;
+    EXPECT_EQ(r.out.substr(0, std::string(c.message).size()), c.message) << c.script;
+  }
+  // Output before the error stays; nothing after it runs.
+  Outcome r = run("(check-sat)\n(assert (fp.isNaN))\n(check-sat)");
+  EXPECT_EQ(r.out, "sat\n(error \"line 2 column 9: fp.isNaN expects 1 argument\")\n");
+  // Deep nesting is an error, not a stack overflow.
+  EXPECT_EQ(run(std::string(20000, '(')).status, 1);
+}
+
+} // namespace
