@@ -1,3 +1,7 @@
+// Search candidates: one frame per literal of a value element, built by one
+// walk of the bounds trail from newest to oldest into member tables that are
+// emptied, never freed, between calls; the result array is rebuilt in the
+// frame map's iteration order, so the order is deterministic.
 #include "fp/interval_heuristics.h"
 
 #include <cstddef>

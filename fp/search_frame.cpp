@@ -1,3 +1,5 @@
+// The search frame of one literal: its limit queue, maximum limit and their
+// one-line text form.  Values are deep copies; a frame owns every value in it.
 #include "fp/interval_heuristics.h"
 
 #include <cassert>

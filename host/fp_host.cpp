@@ -1,3 +1,6 @@
+// Bound elements, the interval domain that pools them and the bounds trail
+// (see fp_host.h).  Every mutation of the trail makes room before it changes
+// anything, so an allocation failure leaves trail and intervals in step.
 #include "host/fp_host.h"
 
 #include "support/packed_order.h"

@@ -1,3 +1,6 @@
+// The stand-in host's term manager: sorts, symbols and terms at stable
+// addresses (deques, never moved), and the constant-bits map filled by
+// mk_const.
 #include "host/terms.h"
 
 #include <gmpxx.h>

@@ -1,4 +1,4 @@
-#!/usr/bin/python3
+#!/usr/bin/env python3
 """Times fpsolve against z3 and cvc5 on generated problem families.
 
     bench_fpsolve.py FPSOLVE [TIMEOUT_SECONDS]

@@ -1,24 +1,25 @@
 #!/usr/bin/env bash
 # Builds the libFuzzer harnesses with clang-14 (address and undefined-behaviour
 # sanitizers, library instrumented for coverage) and runs each for a bounded
-# time, two at a time, starting from its seed corpus in fuzz/corpus/<name>.
+# time, one per core at a time, starting from its seed corpus in fuzz/corpus/<name>.
 # Prints executions and coverage per harness; fails when a harness finds a
 # crash, a leak, a time-out or a difference from its oracle (the input is
 # kept as build-fuzz/artifacts/<name>-crash-*).
 #
-#   scripts/fuzz.sh [SECONDS_PER_HARNESS]     default 90: six harnesses, two
-#                                             at a time, about five minutes
+#   scripts/fuzz.sh [SECONDS_PER_HARNESS]     default 90: six harnesses, one
+#                                             per core at a time
 # Environment: QORV_FUZZ_BUILD (build directory, default build-fuzz),
-# QORV_FUZZ_JOBS (harnesses run at once, default 2).
+# QORV_FUZZ_JOBS (harnesses run at once, default: the number of cores).
 set -euo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 build=${QORV_FUZZ_BUILD:-"$here/build-fuzz"}
 seconds=${1:-90}
-jobs=${QORV_FUZZ_JOBS:-2}
+jobs=${QORV_FUZZ_JOBS:-$(nproc)}
 
+"$here/scripts/setup.sh" fuzz
 CC=clang-14 CXX=clang++-14 cmake -S "$here" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DQORV_BUILD_FUZZ=ON -DQORV_BUILD_TESTS=OFF -DQORV_BUILD_BENCH=OFF >/dev/null
-cmake --build "$build" -j 2 >"$build/fuzz-build.log" 2>&1 || { cat "$build/fuzz-build.log" >&2; exit 1; }
+cmake --build "$build" -j "$(nproc)" >"$build/fuzz-build.log" 2>&1 || { cat "$build/fuzz-build.log" >&2; exit 1; }
 
 mkdir -p "$build/logs" "$build/artifacts"
 names=()

@@ -1,4 +1,4 @@
-#!/usr/bin/python3
+#!/usr/bin/env python3
 """Random SMT-LIB problems over floating-point comparisons, for fpsolve.
 
     gen_problems.py random SEED            one small random problem (mixed Boolean

@@ -1,24 +1,32 @@
 #!/usr/bin/env bash
-# Installs the Debian packages the project needs (only those missing), then
-# configures and builds into a build directory.  This script is the only
-# place that installs anything.  Idempotent; quiet when everything is there.
+# Installs the Debian packages one purpose needs (only those missing), then,
+# given a build directory, configures and builds into it.  This script is
+# the only place that installs anything.  Idempotent; quiet when everything
+# is there.
 #
-#   scripts/setup.sh [BUILD_DIR] [extra cmake arguments...]
+#   scripts/setup.sh PURPOSE [BUILD_DIR [extra cmake arguments...]]
+#
+# PURPOSE is what the packages are for:
+#   run    build the library and fpsolve (compiler, CMake, GMP, MPFR)
+#   test   run, plus GoogleTest, z3 and cvc5 (the differential test), valgrind,
+#          clang-format (the format check)
+#   bench  run, plus Google Benchmark, the peers (abseil, Boost, FLINT) and the plot
+#   fuzz   run, plus clang-14 and libFuzzer
 set -euo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
-build=${1:-"$here/build"}
-[ $# -gt 0 ] && shift
+usage() { echo "usage: scripts/setup.sh run|test|bench|fuzz [BUILD_DIR [cmake arguments...]]" >&2; exit 2; }
+[ $# -gt 0 ] || usage
+purpose=$1
+shift
 
-packages=(
-  # build and test
-  g++ cmake ninja-build pkg-config make libgmp-dev libmpfr-dev libgtest-dev libgmock-dev
-  # independent solvers the command-line tool is checked against
-  z3 cvc5
-  # memory checking and fuzzing
-  valgrind clang-14 libfuzzer-14-dev libclang-rt-14-dev
-  # benchmarks, their peers and the report's plot
-  libbenchmark-dev libabsl-dev libboost-dev libflint-dev python3 python3-matplotlib
-)
+packages=(g++ cmake ninja-build pkg-config make libgmp-dev libmpfr-dev)
+case "$purpose" in
+  run) ;;
+  test) packages+=(libgtest-dev libgmock-dev python3 z3 cvc5 valgrind clang-format-14) ;;
+  bench) packages+=(libbenchmark-dev libabsl-dev libboost-dev libflint-dev python3 python3-matplotlib) ;;
+  fuzz) packages+=(clang-14 libfuzzer-14-dev libclang-rt-14-dev) ;;
+  *) usage ;;
+esac
 
 missing=()
 for p in "${packages[@]}"; do
@@ -33,11 +41,13 @@ if [ ${#missing[@]} -gt 0 ]; then
   $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 fi
 
-jobs=$(nproc 2>/dev/null || echo 2)
+[ $# -gt 0 ] || exit 0
+build=$1
+shift
 cmake -S "$here" -B "$build" -G Ninja "$@" >/dev/null
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
-if ! cmake --build "$build" -j "$jobs" >"$log" 2>&1; then
+if ! cmake --build "$build" -j "$(nproc)" >"$log" 2>&1; then
   cat "$log" >&2
   echo "setup: build failed in $build" >&2
   exit 1

@@ -5,5 +5,5 @@ set -euo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 build=${1:-"$here/build"}
 [ $# -gt 0 ] && shift
-"$here/scripts/setup.sh" "$build" -DQORV_WERROR=ON "$@"
-ctest --test-dir "$build" --output-on-failure -j "$(nproc 2>/dev/null || echo 2)"
+"$here/scripts/setup.sh" test "$build" -DQORV_WERROR=ON -DQORV_BUILD_TESTS=ON "$@"
+ctest --test-dir "$build" --output-on-failure -j "$(nproc)"

@@ -18,9 +18,10 @@ set -euo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 build=${1:-"$here/build-valgrind"}
 
+"$here/scripts/setup.sh" test
 cmake -S "$here" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQORV_SANITIZE=OFF \
   -DQORV_BUILD_TESTS=ON -DQORV_BUILD_BENCH=OFF -DQORV_BUILD_FUZZ=OFF >/dev/null
-cmake --build "$build" -j 2 >"$build/valgrind-build.log" 2>&1 || { cat "$build/valgrind-build.log" >&2; exit 1; }
+cmake --build "$build" -j "$(nproc)" >"$build/valgrind-build.log" 2>&1 || { cat "$build/valgrind-build.log" >&2; exit 1; }
 
 mkdir -p "$build/valgrind"
 runs=()

@@ -1,3 +1,6 @@
+// The search loop over the host's bounds trail and the evaluation of models
+// (see search.h and solver.h).  The loop is written once as a template over
+// the rank type and instantiated for 128-bit and GMP ranks.
 #include "engine/search.h"
 
 #include "engine/solver.h"

@@ -1,3 +1,5 @@
+// The SMT-LIB lexer and S-expression reader (see reader.h): positions on
+// every token, bounded nesting, and an SmtError for every malformed input.
 #include "smtlib/reader.h"
 
 #include <cctype>

@@ -1,3 +1,5 @@
+// Allocation-failure injection (see alloc_failure.h): a process-wide
+// countdown that __wrap_malloc and the replaced operator new consult.
 #include "tests/common/alloc_failure.h"
 
 #include <cstdlib>

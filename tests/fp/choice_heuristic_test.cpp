@@ -1,3 +1,5 @@
+// Search candidates against hand-computed frames: limits after the mark, the
+// maximum limit at or before it, infinite limits, and allocation failure.
 #include "tests/common/host_fixture.h"
 #include "tests/common/alloc_failure.h"
 

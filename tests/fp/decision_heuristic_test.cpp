@@ -1,3 +1,5 @@
+// decide(): the NaN-first step, round-robin and random picks against a
+// hand-run generator, split points, and singletons that are skipped.
 #include "tests/common/host_fixture.h"
 #include "host/pick_mid.h"
 

@@ -1,3 +1,5 @@
+// Search frames: limit queue, maximum limits, fixing, copies and the text
+// form, in Float16 and in the wide (big rational) payload form.
 #include "tests/common/host_fixture.h"
 #include "tests/common/alloc_failure.h"
 

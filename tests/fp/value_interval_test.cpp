@@ -1,3 +1,5 @@
+// Value intervals: fresh and constant entries, the NaN test, independent
+// copies, and entries pushed and popped with the strong guarantee.
 #include "fp/fp_value_interval.h"
 
 #include <gtest/gtest.h>

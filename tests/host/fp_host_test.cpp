@@ -1,3 +1,5 @@
+// The stand-in host: bound elements from the domain's pool, their printed
+// form, and the trail asserting and undoing bounds in step with intervals.
 #include "host/fp_host.h"
 #include "tests/common/alloc_failure.h"
 

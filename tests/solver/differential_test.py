@@ -1,4 +1,4 @@
-#!/usr/bin/python3
+#!/usr/bin/env python3
 """fpsolve against z3 and cvc5 on generated problems.
 
     differential_test.py FPSOLVE [COUNT] [FIRST_SEED] [JOBS]

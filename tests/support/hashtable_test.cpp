@@ -1,3 +1,5 @@
+// Hash tables: the reciprocal remainder, bucket-count choice, growth and the
+// iteration order that the heuristics' results depend on.
 #include "support/hashtable.h"
 #include "support/qnumber.h"
 

@@ -1,3 +1,4 @@
+// The block pool: chunk growth, block order, reuse and allocation failure.
 #include "tests/common/alloc_failure.h"
 #include "support/memory_pool.h"
 

@@ -1,3 +1,5 @@
+// QNumber against GMP's own rationals in both forms: assignment, equality
+// and order, including the edges of the small form.
 #include "support/qnumber.h"
 
 #include <gmock/gmock.h>
