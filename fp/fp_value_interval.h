@@ -6,19 +6,23 @@
 // fresh interval [NaN, +inf] admits every value.
 //
 // Invariants: an interval is empty (not yet initialised) exactly when `flags`
-// has no entries; the three arrays have one length.  `init` only appends,
-// one entry to each array, and gives the strong guarantee: when it throws,
-// the interval is as it was (an empty one is initialised again on its next
-// lookup).  All ends share the format of the term's sort.  The interval owns
-// its values; copies are deep and independent.
+// has no entries; the three arrays have one length, and only push_entry and
+// pop_entry change it, moving the three together (the host's trail uses
+// nothing else).  push_entry, and so init(format), give the strong guarantee:
+// when they throw, the interval is as it was (an empty one is initialised
+// again on its next lookup).  All ends share the format of the term's sort.
+// The interval owns its values; copies are deep and independent.  Appending
+// may reallocate the arrays, which invalidates references to ends.
 #pragma once
 
 #include "host/ieee_float.h"
 #include "host/terms.h"
 #include "host/theory_lit.h"
+#include "support/append_room.h"
 #include "support/packed_order.h"
 
 #include <cassert>
+#include <cstddef>
 #include <utility>
 #include <vector>
 
@@ -40,45 +44,53 @@ public:
     return upper_ends.back();
   }
 
-  // Appends the fresh entry [NaN, +inf] of format f with flag false.  Both
-  // ends are built and room is made before anything is appended, so on an
+  std::size_t entries() const noexcept { return flags.size(); }
+
+  // Appends the entry [lo, hi] with `flag`.  Room is made in all three arrays
+  // before anything is appended, and the ends are moved in, so on an
   // exception the interval is unchanged.
-  void init(IEEEFloat::format f) {
-    IEEEFloat a(f, IEEEFloat::rm_nearest_even);
-    a.self_nan();
-    IEEEFloat b(f, IEEEFloat::rm_nearest_even);
-    b.self_inf(false);
-    room_for_one(lower_ends);
-    room_for_one(upper_ends);
-    room_for_one(flags);
-    lower_ends.push_back(std::move(a)); // moves and appends into room: no throw
-    upper_ends.push_back(std::move(b));
-    flags.push_back(false);
+  void push_entry(IEEEFloat lo, IEEEFloat hi, bool flag) {
+    reserve_for_append(lower_ends);
+    reserve_for_append(upper_ends);
+    reserve_for_append(flags);
+    lower_ends.push_back(std::move(lo)); // into reserved room: cannot throw
+    upper_ends.push_back(std::move(hi));
+    flags.push_back(flag);
+  }
+  // Removes the current entry.  Requires a non-empty interval.
+  void pop_entry() noexcept {
+    assert(!empty() && "pop_entry on an interval without entries");
+    lower_ends.pop_back();
+    upper_ends.pop_back();
+    flags.pop_back();
   }
 
+  // Appends the fresh entry [NaN, +inf] of format f with flag false (strong
+  // guarantee, as push_entry).
+  void init(IEEEFloat::format f) { push_entry(IEEEFloat::nan(f), IEEEFloat::inf(f, false), false); }
+
   // Appends the fresh entry of t's sort; for a floating-point constant (its
-  // symbol is in the term manager's constant-bits map) the entry is narrowed
-  // to the constant's single value.  The constant's value is built before the
-  // entry is appended, so on an exception the interval is unchanged (and a
-  // constant never ends up with the open interval).  A term of another sort
-  // leaves both widths 0, and IEEEFloat rejects that format with
-  // std::invalid_argument.
+  // symbol is in the term manager's constant-bits map) the entry is then
+  // narrowed to the constant's single value, assigned to the upper end and
+  // then to the lower end.  The open entry comes first: if building the
+  // constant's value throws, the interval keeps the open entry [NaN, +inf],
+  // which is sound (it admits every value) and is what hosts that replay the
+  // same steps see.  A term of another sort leaves both widths 0, and
+  // IEEEFloat rejects that format with std::invalid_argument before anything
+  // is appended.
   void init(TermManager* tm, Term const* t) {
     unsigned long w1 = 0, w2 = 0;
     tm->is_fp_type(t->symbol->get_output_type(), &w1, &w2);
     IEEEFloat::format const f{w1, w2};
+    init(f);
     auto it = tm->constant_bits().find(t->symbol);
-    if (it == tm->constant_bits().end()) {
-      init(f);
-      return;
-    }
+    if (it == tm->constant_bits().end()) return;
     QNumber bits;
     bits = it->second;
-    IEEEFloat x = IEEEFloat::from_bits(bits, f);
-    IEEEFloat y(x);
-    init(f);
-    upper_ends.back() = std::move(x);
-    lower_ends.back() = std::move(y);
+    IEEEFloat const x = IEEEFloat::from_bits(bits, f);
+    // Assignment, not a move: a wide destination keeps its rational form.
+    upper_ends.back() = x;
+    lower_ends.back() = x;
   }
 
   // Whether the term is NaN by the current entry: l_False when the interval
@@ -94,12 +106,6 @@ public:
     return l_False;
   }
 
-private:
-  // Makes one push_back unable to reallocate, growing geometrically.
-  template <class Vec>
-  static void room_for_one(Vec& v) {
-    if (v.size() == v.capacity()) v.reserve(v.empty() ? 1 : 2 * v.size());
-  }
 };
 
 } // namespace qorv::fp

@@ -3,6 +3,7 @@
 // anything, so an allocation failure leaves trail and intervals in step.
 #include "host/fp_host.h"
 
+#include "support/append_room.h"
 #include "support/packed_order.h"
 
 #include <cassert>
@@ -33,14 +34,6 @@ struct BlockGuard {
     pool.release(element);
   }
 };
-// Ensures one push_back cannot reallocate.  Capacity doubles, so a long run
-// of assertions stays amortised constant time (reserve(size() + 1) would
-// reallocate on every call).
-template <class Vec>
-void room_for_one(Vec& v) {
-  if (v.size() < v.capacity()) return;
-  v.reserve(v.size() < 8 ? 8 : 2 * v.size());
-}
 } // namespace
 
 FpBoundElement* FpIntervalDomain::new_FpBoundElement(bool flag, Term const* t,
@@ -79,14 +72,10 @@ void FpBoundsTrail::assert_bound(FpBoundElement* e) {
                            : IEEEFloat::Packed{&v} < IEEEFloat::Packed{&hi};
   IEEEFloat new_lo(e->flag() && tighter ? v : lo);
   IEEEFloat new_hi(!e->flag() && tighter ? v : hi);
-  // Make room first so that the appends below cannot fail part-way.
-  room_for_one(bounds);
-  room_for_one(iv.lower_ends);
-  room_for_one(iv.upper_ends);
-  room_for_one(iv.flags);
-  iv.lower_ends.push_back(std::move(new_lo));
-  iv.upper_ends.push_back(std::move(new_hi));
-  iv.flags.push_back(e->flag());
+  // Room on the trail first, then the interval's own strong append: after
+  // both, the last push_back cannot fail.
+  reserve_for_append(bounds);
+  iv.push_entry(std::move(new_lo), std::move(new_hi), e->flag());
   bounds.push_back(e);
 }
 
@@ -94,14 +83,9 @@ void FpBoundsTrail::backtrack(std::size_t length, FpIntervalDomain* domain) {
   while (bounds.size() > length) {
     FpBoundElement* e = bounds.back();
     auto it = intervals.find(e->term());
-    assert(it != intervals.end() && it->second.flags.size() >= 2 &&
+    assert(it != intervals.end() && it->second.entries() >= 2 &&
            "an asserted bound has its own entry above the initial one");
-    if (it != intervals.end()) {
-      fp::FpValueInterval& iv = it->second;
-      iv.lower_ends.pop_back();
-      iv.upper_ends.pop_back();
-      iv.flags.pop_back();
-    }
+    if (it != intervals.end()) it->second.pop_entry();
     bounds.pop_back();
     if (domain) domain->release_FpBoundElement(e);
   }

@@ -1,10 +1,12 @@
 // Value intervals: fresh and constant entries, the NaN test, independent
 // copies, and entries pushed and popped with the strong guarantee.
 #include "fp/fp_value_interval.h"
+#include "tests/common/alloc_failure.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <new>
 #include <stdexcept>
 #include <vector>
 
@@ -45,6 +47,52 @@ TEST(ValueIntervalTest, ConstantsAreSingleValuesInEveryWidth) {
   FpValueInterval b;
   EXPECT_THROW(b.init(&tm, tm.mk_var("b", tm.bool_sort())), std::invalid_argument);
   EXPECT_TRUE(b.lower_ends.empty() && b.upper_ends.empty() && b.flags.empty());
+}
+
+// push_entry and pop_entry move the three arrays together, and a failing
+// allocation in push_entry leaves the interval as it was.  init of a
+// constant appends the open entry before it builds the value: a failure in
+// between leaves [NaN, +inf], never a half-narrowed entry.
+TEST(ValueIntervalTest, EntriesMoveTogetherAndInitKeepsTheOpenEntryOnFailure) {
+  IEEEFloat::format const quad{15, 113};
+  IEEEFloat const one = IEEEFloat::from_double(1, quad), two = IEEEFloat::from_double(2, quad);
+  FpValueInterval iv;
+  iv.init(quad);
+  for (std::int64_t k = 0;; ++k) {
+    test::AllocationFailure fail(k);
+    try {
+      iv.push_entry(one, two, true);
+    } catch (std::bad_alloc const&) {
+    }
+    ASSERT_TRUE(iv.lower_ends.size() == iv.entries() && iv.upper_ends.size() == iv.entries());
+    if (!test::allocation_failure_fired()) break;
+    ASSERT_EQ(iv.entries(), 1u) << "failure " << k << " appended a part of an entry";
+  }
+  EXPECT_TRUE(iv.entries() == 2u && payload_equal(iv.upper(), two) && iv.flags.back());
+  iv.pop_entry();
+  EXPECT_TRUE(iv.entries() == 1u && iv.lower().is_nan() && iv.upper().is_inf());
+
+  TermManager tm;
+  Term const* c = tm.mk_const(one);
+  bool open_seen = false;
+  for (std::int64_t k = 0;; ++k) {
+    FpValueInterval fresh;
+    test::AllocationFailure fail(k);
+    try {
+      fresh.init(&tm, c);
+    } catch (std::bad_alloc const&) {
+    }
+    if (!test::allocation_failure_fired()) {
+      EXPECT_TRUE(payload_equal(fresh.lower(), one) && payload_equal(fresh.upper(), one));
+      break;
+    }
+    if (fresh.empty()) continue;
+    ASSERT_EQ(fresh.entries(), 1u);
+    EXPECT_TRUE(fresh.lower().is_nan() && fresh.upper().is_inf() && !fresh.upper().get_sign())
+        << "failure " << k << " left a half-built entry";
+    open_seen = true;
+  }
+  EXPECT_TRUE(open_seen) << "no failure fell between the open entry and the constant";
 }
 
 } // namespace
