@@ -18,12 +18,8 @@ FpIntervalSearchFrame::FpIntervalSearchFrame(bool flag, Term const* term, IEEEFl
 // NaN for a lower bound (flag set), +inf for an upper bound: the ends of a
 // fresh interval, in the format of the frame's value.
 IEEEFloat FpIntervalSearchFrame::infinite_limit() const {
-  IEEEFloat x(value.get_format(), IEEEFloat::rm_nearest_even);
-  if (flag())
-    x.self_nan();
-  else
-    x.self_inf(false);
-  return x;
+  IEEEFloat::format const f = value.get_format();
+  return flag() ? IEEEFloat::nan(f) : IEEEFloat::inf(f, false);
 }
 
 void FpIntervalSearchFrame::set_max_limit_inf() { max_limit = infinite_limit(); }

@@ -78,8 +78,7 @@ struct Harness {
     auto nan_first = std::find_if(cands.begin(), cands.end(),
                                   [this](Term const* t) { return admits_nan(trail.interval(t)); });
     if (nan_first != cands.end()) {
-      IEEEFloat minus_inf(format_of(*nan_first), IEEEFloat::rm_nearest_even);
-      minus_inf.self_inf(true);
+      IEEEFloat const minus_inf = IEEEFloat::inf(format_of(*nan_first), true);
       FUZZ_CHECK(e->lit == TheoryLit::make(*nan_first, true) && same_pattern(e->value, minus_inf) &&
                  h.generator_state() == s0);
       return e;

@@ -54,8 +54,8 @@ void check(fp::FpIntervalChoiceHeuristic& h, FpValueElement const& element) {
     FUZZ_CHECK(it != want.end() && it->second.value); // each literal once
     Want& w = it->second;
     FUZZ_CHECK(same_pattern(f.value, *w.value) && f.counter == 0);
-    IEEEFloat infinite(w.value->get_format(), IEEEFloat::rm_nearest_even);
-    f.flag() ? infinite.self_nan() : infinite.self_inf(false);
+    IEEEFloat::format const fmt = w.value->get_format();
+    IEEEFloat const infinite = f.flag() ? IEEEFloat::nan(fmt) : IEEEFloat::inf(fmt, false);
     IEEEFloat const& m = w.max ? *w.max : infinite;
     FUZZ_CHECK(same_pattern(f.max_limit, m) && f.limits.size() == w.after.size() + 1);
     FUZZ_CHECK(f.limits[0].first == -1 && same_pattern(f.limits[0].second, m));

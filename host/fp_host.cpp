@@ -4,11 +4,10 @@
 #include "host/fp_host.h"
 
 #include "support/append_room.h"
+#include "support/invariant.h"
 #include "support/packed_order.h"
 
 #include <cassert>
-#include <cstdio>
-#include <cstdlib>
 #include <new>
 #include <utility>
 
@@ -77,6 +76,7 @@ void FpBoundsTrail::assert_bound(FpBoundElement* e) {
   reserve_for_append(bounds);
   iv.push_entry(std::move(new_lo), std::move(new_hi), e->flag());
   bounds.push_back(e);
+  QORV_DEBUG_CHECK(*this);
 }
 
 void FpBoundsTrail::backtrack(std::size_t length, FpIntervalDomain* domain) {
@@ -89,13 +89,11 @@ void FpBoundsTrail::backtrack(std::size_t length, FpIntervalDomain* domain) {
     bounds.pop_back();
     if (domain) domain->release_FpBoundElement(e);
   }
+  QORV_DEBUG_CHECK(*this);
 }
 
 void FpBoundsTrail::check_invariants() const {
-  auto fail = [](char const* what) {
-    std::fprintf(stderr, "FpBoundsTrail invariant violated: %s\n", what);
-    std::abort();
-  };
+  auto fail = [](char const* what) { invariant_violated("FpBoundsTrail", what); };
   hsh::HashMap<Term const*, std::size_t> count;
   for (FpBoundElement const* e : bounds) {
     if (!e || !e->term()) fail("null bound or term on the trail");

@@ -7,6 +7,8 @@
 // exact for every width at a cost that only tools and tests pay.
 #include "host/ieee_float.h"
 
+#include "support/mpz.h"
+
 #include <algorithm>
 #include <bit>
 #include <cassert>
@@ -28,22 +30,6 @@ static_assert(sizeof(unsigned long) == 8 && sizeof(mp_limb_t) == 8 && GMP_NUMB_B
 namespace {
 
 using format = IEEEFloat::format;
-
-// An initialised GMP integer, cleared on scope exit.
-class Mpz {
-public:
-  Mpz() { mpz_init(v_); }
-  ~Mpz() { mpz_clear(v_); }
-  Mpz(Mpz const&) = delete;
-  Mpz& operator=(Mpz const&) = delete;
-  operator mpz_ptr() noexcept { return v_; }
-  operator mpz_srcptr() const noexcept { return v_; }
-  // For GMP's function-like macros, which do not convert.
-  mpz_srcptr get() const noexcept { return v_; }
-
-private:
-  mpz_t v_;
-};
 
 // A read-only GMP view of a wide value's pattern.  The small form is viewed
 // through one limb on the stack, so reading never allocates.  Not copyable:
@@ -74,14 +60,11 @@ std::string format_text(format f) {
 }
 
 // Decimal text of an integer, abbreviated when it would be unreadably long.
-std::string integer_text(mpz_srcptr x) {
+std::string readable_integer(mpz_srcptr x) {
   std::size_t const bits = mpz_sizeinbase(x, 2);
   if (bits > 256) return (mpz_sgn(x) < 0 ? "a negative " : "a ") + std::to_string(bits) +
                          "-bit integer";
-  std::string s(mpz_sizeinbase(x, 10) + 2, '\0');
-  mpz_get_str(s.data(), 10, x);
-  s.resize(s.find('\0'));
-  return s;
+  return integer_text(x);
 }
 
 // The four facts every classification rests on.
@@ -260,7 +243,7 @@ void IEEEFloat::release() noexcept {
 IEEEFloat IEEEFloat::from_bits(mpz_srcptr bits, format f) {
   check_format(f);
   if (mpz_sgn(bits) < 0 || (mpz_sgn(bits) > 0 && mpz_sizeinbase(bits, 2) > f.eb + f.sb))
-    throw std::invalid_argument("IEEEFloat::from_bits: pattern " + integer_text(bits) +
+    throw std::invalid_argument("IEEEFloat::from_bits: pattern " + readable_integer(bits) +
                                 " does not fit format " + format_text(f) +
                                 " (need 0 <= pattern < 2^" + std::to_string(f.eb + f.sb) + ")");
   IEEEFloat r(f, rm_nearest_even);
@@ -273,8 +256,8 @@ IEEEFloat IEEEFloat::from_bits(QNumber const& bits, format f) {
   bits.get_num(num);
   bits.get_den(den);
   if (mpz_cmp_ui(den.get(), 1) != 0)
-    throw std::invalid_argument("IEEEFloat::from_bits: pattern " + integer_text(num) + "/" +
-                                integer_text(den) + " is not an integer (format " +
+    throw std::invalid_argument("IEEEFloat::from_bits: pattern " + readable_integer(num) + "/" +
+                                readable_integer(den) + " is not an integer (format " +
                                 format_text(f) + ")");
   return from_bits(static_cast<mpz_srcptr>(num), f);
 }

@@ -2,10 +2,10 @@
 // precomputed reciprocals of the bucket counts, and invariant reports.
 #include "support/hashtable.h"
 
+#include "support/invariant.h"
+
 #include <algorithm>
 #include <array>
-#include <cstdio>
-#include <cstdlib>
 #include <iterator>
 
 namespace qorv::hsh::detail {
@@ -55,9 +55,6 @@ Reciprocal reciprocal_of(std::uint64_t prime) noexcept {
   return make_reciprocal(prime); // not a bucket count: computed, never read out of bounds
 }
 
-void table_violation(char const* what) noexcept {
-  std::fprintf(stderr, "Hashtable invariant violated: %s\n", what);
-  std::abort();
-}
+void table_violation(char const* what) noexcept { invariant_violated("Hashtable", what); }
 
 } // namespace qorv::hsh::detail

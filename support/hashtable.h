@@ -25,6 +25,7 @@
 // Hash and equality objects must not throw.  Not thread-safe.
 #pragma once
 
+#include "support/invariant.h"
 #include "support/memory_pool.h"
 
 #include <cassert>
@@ -243,6 +244,7 @@ public:
         head = next;
       }
     }
+    QORV_DEBUG_CHECK(*this);
   }
 
   // Destroys every entry and gives its block back to the pool, bucket by

@@ -1,7 +1,8 @@
 // Out-of-line slow paths of MemoryPool: chunk allocation, growth, checks.
 #include "support/memory_pool.h"
 
-#include <cstdio>
+#include "support/invariant.h"
+
 #include <cstdlib>
 #include <limits>
 #include <new>
@@ -46,10 +47,7 @@ void pool_free_chunks(void* chunks) noexcept {
 }
 
 namespace {
-[[noreturn]] void pool_violation(char const* what) {
-  std::fprintf(stderr, "MemoryPool invariant violated: %s\n", what);
-  std::abort();
-}
+[[noreturn]] void pool_violation(char const* what) { invariant_violated("MemoryPool", what); }
 
 void const* next_of(void const* p) { return *static_cast<void* const*>(p); }
 

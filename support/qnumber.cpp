@@ -8,9 +8,10 @@
 // QNumber::gmp_tmp, which keep their storage between calls.
 #include "support/qnumber.h"
 
+#include "support/invariant.h"
+#include "support/mpz.h"
+
 #include <cassert>
-#include <cstdio>
-#include <cstdlib>
 #include <limits>
 #include <new>
 #include <stdexcept>
@@ -66,18 +67,6 @@ inline bool safe_mul(std::int64_t x, std::int64_t y, std::int64_t* out) noexcept
   return !__builtin_mul_overflow(x, y, out) && *out != kMin64;
 }
 
-std::string mpz_to_string(mpz_srcptr z) {
-  std::string s(mpz_sizeinbase(z, 10) + 2, '\0');
-  mpz_get_str(s.data(), 10, z);
-  s.resize(s.find('\0'));
-  return s;
-}
-
-[[noreturn]] void invariant_failure(char const* what, std::string const& value) {
-  std::fprintf(stderr, "QNumber invariant violated: %s (value %s)\n", what, value.c_str());
-  std::abort();
-}
-
 } // namespace
 
 std::uint64_t cached_gcd(std::uint64_t x, std::uint64_t y) {
@@ -116,7 +105,7 @@ QNumber::QNumber(std::int64_t n, std::int64_t d) {
 
 QNumber::QNumber(mpz_srcptr n, mpz_srcptr d) {
   if (mpz_sgn(d) == 0)
-    throw std::invalid_argument("QNumber(" + mpz_to_string(n) + ", 0): zero denominator");
+    throw std::invalid_argument("QNumber(" + integer_text(n) + ", 0): zero denominator");
   Big* b = new Big;
   mpz_init(b->num);
   mpz_init(b->den);
@@ -229,27 +218,24 @@ std::string QNumber::to_string() const {
   if (!is_big())
     return den_ == 1 ? std::to_string(num_.small)
                      : std::to_string(num_.small) + "/" + std::to_string(den_);
-  std::string s = mpz_to_string(num_.big->num);
-  if (mpz_cmp_ui(num_.big->den, 1) != 0) s += "/" + mpz_to_string(num_.big->den);
+  std::string s = integer_text(num_.big->num);
+  if (mpz_cmp_ui(num_.big->den, 1) != 0) s += "/" + integer_text(num_.big->den);
   return s;
 }
 
 void QNumber::check_invariants() const {
   if (!is_big()) {
-    if (den_ <= 0) invariant_failure("small denominator not positive", to_string());
-    if (num_.small == kMin64) invariant_failure("small numerator is -2^63", to_string());
+    if (den_ <= 0) invariant_violated("QNumber", "small denominator not positive", to_string());
+    if (num_.small == kMin64) invariant_violated("QNumber", "small numerator is -2^63", to_string());
     if (euclid(abs_u64(num_.small), abs_u64(den_)) != 1)
-      invariant_failure("small form not in lowest terms", to_string());
+      invariant_violated("QNumber", "small form not in lowest terms", to_string());
     return;
   }
-  if (num_.big == nullptr) invariant_failure("big form without a value block", "?");
-  if (mpz_sgn(num_.big->den) <= 0) invariant_failure("big denominator not positive", to_string());
-  mpz_t g;
-  mpz_init(g);
+  if (num_.big == nullptr) invariant_violated("QNumber", "big form without a value block", "?");
+  if (mpz_sgn(num_.big->den) <= 0) invariant_violated("QNumber", "big denominator not positive", to_string());
+  Mpz g;
   mpz_gcd(g, num_.big->num, num_.big->den);
-  bool reduced = mpz_cmp_ui(g, 1) == 0;
-  mpz_clear(g);
-  if (!reduced) invariant_failure("big form not in lowest terms", to_string());
+  if (mpz_cmp_ui(g.get(), 1) != 0) invariant_violated("QNumber", "big form not in lowest terms", to_string());
 }
 
 // ---------------------------------------------------------------- equality

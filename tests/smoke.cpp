@@ -7,10 +7,8 @@
 
 int main() {
   using qorv::IEEEFloat;
-  IEEEFloat nan({11, 53}, IEEEFloat::rm_nearest_even);
-  nan.self_nan();
-  IEEEFloat inf({11, 53}, IEEEFloat::rm_nearest_even);
-  inf.self_inf(true);
+  IEEEFloat const nan = IEEEFloat::nan({11, 53});
+  IEEEFloat const inf = IEEEFloat::inf({11, 53}, true);
   bool ordered = IEEEFloat::Packed{&nan} < IEEEFloat::Packed{&inf};
   std::cout << "NaN      " << nan.to_str() << "\n-inf     " << inf.to_str()
             << "\nNaN < -inf in the packed order: " << (ordered ? "yes" : "no") << "\n";

@@ -1,11 +1,10 @@
 // Values as ranks of the packed order, and sets of values as rank ranges.
 //
-// The rank of a value is its place in the packed order (NaN < -inf < ... <
-// -0 < +0 < ... < +inf): +0 is 0, a positive value the integer of its bit
-// pattern, a negative value with magnitude bits m is -m - 1, and the one NaN
-// of SMT-LIB sits one rank below -inf.  Ranks of consecutive values differ by
-// one, so an interval of the bounds trail is exactly a rank range, a split
-// point's complement is "rank - 1" or "rank + 1", and
+// The rank of a value is its packed rank (host/packed_rank.h: NaN < -inf <
+// ... < -0 < +0 < ... < +inf, +0 is 0, -0 is -1), computed by the host's
+// code; the one NaN of SMT-LIB sits one rank below -inf.  Ranks of
+// consecutive values differ by one, so an interval of the bounds trail is exactly a rank range, a
+// split point's complement is "rank - 1" or "rank + 1", and
 //   fp.neg:  r  ->  -r - 1          (an involution on non-NaN ranks)
 //   key(r) = r >= 0 ? r : r + 1     (the numeric order: -0 and +0 share key 0)
 // turn IEEE comparisons into integer comparisons.
@@ -17,43 +16,37 @@
 #pragma once
 
 #include "host/ieee_float.h"
-#include "host/pick_mid.h"
+#include "host/packed_rank.h"
 
 #include <cassert>
 #include <cstdint>
 #include <gmpxx.h>
+#include <type_traits>
 #include <vector>
 
 namespace fpsolve {
 
 using qorv::IEEEFloat;
-__extension__ typedef __int128 i128;
-__extension__ typedef unsigned __int128 u128;
+using i128 = qorv::Rank128;
 
 inline void rank_from_mpz(mpz_srcptr z, i128* out) {
-  std::uint64_t words[2] = {0, 0};
-  std::size_t count = 0;
-  mpz_export(words, &count, -1, sizeof(std::uint64_t), 0, 0, z);
-  assert(count <= 2 && "rank does not fit 128 bits");
-  auto const mag = static_cast<i128>((static_cast<u128>(words[1]) << 64) | words[0]);
-  *out = mpz_sgn(z) < 0 ? -mag : mag;
+  *out = qorv::rank128_of(z);
 }
 inline void rank_from_mpz(mpz_srcptr z, mpz_class* out) {
   mpz_set(out->get_mpz_t(), z);
 }
-
 inline void rank_to_mpz(i128 r, mpz_class* out) {
-  auto const mag = static_cast<u128>(r < 0 ? -r : r);
-  std::uint64_t words[2] = {static_cast<std::uint64_t>(mag), static_cast<std::uint64_t>(mag >> 64)};
-  mpz_import(out->get_mpz_t(), 2, -1, sizeof(std::uint64_t), 0, 0, words);
-  if (r < 0) *out = -*out;
+  qorv::rank128_to_mpz(r, out->get_mpz_t());
 }
 inline void rank_to_mpz(mpz_class const& r, mpz_class* out) {
   *out = r;
 }
 
+// Values of at most 64 bits take the host's 128-bit path, wider ones GMP.
 template <class R>
 R rank_of(IEEEFloat const& v) {
+  if constexpr (std::is_same_v<R, i128>)
+    if (v.narrow()) return qorv::packed_rank128(v);
   mpz_class z;
   qorv::packed_rank(v, z.get_mpz_t());
   R r;
@@ -63,6 +56,8 @@ R rank_of(IEEEFloat const& v) {
 
 template <class R>
 IEEEFloat value_of(R const& r, IEEEFloat::format f) {
+  if constexpr (std::is_same_v<R, i128>)
+    if (IEEEFloat::kind_of(f) != IEEEFloat::kind_qnumber) return qorv::from_packed_rank128(r, f);
   mpz_class z;
   rank_to_mpz(r, &z);
   return qorv::from_packed_rank(z.get_mpz_t(), f);
@@ -112,9 +107,7 @@ struct FormatRanks {
   std::vector<std::vector<std::pair<R, R>>> holds, fails;
 
   explicit FormatRanks(IEEEFloat::format f) {
-    IEEEFloat inf(f, IEEEFloat::rm_nearest_even);
-    inf.self_inf(false);
-    pinf = rank_of<R>(inf);
+    pinf = rank_of<R>(IEEEFloat::inf(f, false));
     nan = -pinf - 2;
     mpz_class h = mpz_class(1) << static_cast<mp_bitcnt_t>(f.sb - 1);
     rank_from_mpz(h.get_mpz_t(), &half);

@@ -6,10 +6,9 @@
 #include "engine/solver.h"
 
 #include "host/pick_mid.h"
+#include "support/invariant.h"
 
 #include <cassert>
-#include <cstdio>
-#include <cstdlib>
 
 namespace fpsolve {
 
@@ -444,11 +443,8 @@ void Solver<R>::check_invariants() {
     qorv::Term const* t = manager_.terms[i];
     int v = var_of_term_[t];
     auto const& iv = trail_.interval(t);
-    if (!(rank_of<R>(iv.lower()) == cur[v].lo) || !(rank_of<R>(iv.upper()) == cur[v].hi)) {
-      std::fprintf(stderr, "fpsolve: interval of %s out of step with the trail\n",
-                   t->name().c_str());
-      std::abort();
-    }
+    if (!(rank_of<R>(iv.lower()) == cur[v].lo) || !(rank_of<R>(iv.upper()) == cur[v].hi))
+      qorv::invariant_violated("fpsolve search", "interval out of step with the trail", t->name());
   }
 }
 

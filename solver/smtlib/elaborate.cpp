@@ -233,14 +233,11 @@ int Elaborator::indexed_fp(SExpr const& e) {
   if (n != "+oo" && n != "-oo" && n != "NaN" && n != "+zero" && n != "-zero")
     throw SmtError(e.items[1].pos,
                    "unknown indexed constant '" + n + "'; expected +oo, -oo, NaN, +zero or -zero");
-  IEEEFloat v(format_of(e.items[2], e.items[3]), IEEEFloat::rm_nearest_even);
-  if (n == "+oo" || n == "-oo")
-    v.self_inf(n[0] == '-');
-  else if (n == "NaN")
-    v.self_nan();
-  else if (n == "-zero")
-    v = flip_sign(v, false);
-  return p_.add_constant(v);
+  IEEEFloat::format const f = format_of(e.items[2], e.items[3]);
+  bool const negative = n[0] == '-';
+  if (n == "NaN") return p_.add_constant(IEEEFloat::nan(f));
+  if (n[1] == 'o') return p_.add_constant(IEEEFloat::inf(f, negative));
+  return p_.add_constant(IEEEFloat::zero(f, negative));
 }
 
 int Elaborator::fp_app(SExpr const& e, std::string const& head) {

@@ -22,11 +22,6 @@ inline IEEEFloat f32(double d) {
 inline std::string s32(double d) {
   return f32(d).to_str();
 }
-inline IEEEFloat inf(Format f, bool negative) {
-  IEEEFloat v(f, IEEEFloat::rm_nearest_even);
-  v.self_inf(negative);
-  return v;
-}
 
 // A frame's limits as (position, text), front first.
 using Seen = std::vector<std::pair<int, std::string>>;

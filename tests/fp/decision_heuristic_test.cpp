@@ -26,7 +26,7 @@ struct DecisionHeuristicTest : HostTest {
   // a closed one has an interval without NaN.
   Term const* add(Format f = single, bool closed = false) {
     Term const* t = var(f);
-    if (closed) set(t, inf(f, true), inf(f, false));
+    if (closed) set(t, IEEEFloat::inf(f, true), IEEEFloat::inf(f, false));
     manager.terms.push_back(t);
     manager.split = manager.terms.size();
     return t;
@@ -41,7 +41,7 @@ struct DecisionHeuristicTest : HostTest {
   }
   // The decision "t is not NaN": a lower bound at -inf of t's format.
   void expect_not_nan(FpBoundElement const* e, Term const* t, Format f) {
-    EXPECT_TRUE(e->lit == TheoryLit::make(t, true) && payload_equal(e->value, inf(f, true)))
+    EXPECT_TRUE(e->lit == TheoryLit::make(t, true) && payload_equal(e->value, IEEEFloat::inf(f, true)))
         << e->value.to_str();
   }
 };
@@ -52,7 +52,7 @@ TEST_F(DecisionHeuristicTest, DrawsThenWalksRoundRobin) {
   FpBoundElement* e = decide();
   EXPECT_EQ(lcg(42), 0xF692DDCDEDu);
   EXPECT_EQ(e->lit, TheoryLit::make(ts[3], true)); // 16159453 % 5, then bit 16 set
-  EXPECT_TRUE(payload_equal(e->value, utils::pick_mid_avg(inf(single, true), inf(single, false))));
+  EXPECT_TRUE(payload_equal(e->value, utils::pick_mid_avg(IEEEFloat::inf(single, true), IEEEFloat::inf(single, false))));
   EXPECT_EQ(h.generator_state(), lcg(lcg(42)));
   EXPECT_TRUE(h.last_decision().lit == e->lit && payload_equal(h.last_decision().value, e->value));
   for (int want : {4, 0, 1}) { // wraps after the last position
@@ -120,8 +120,7 @@ TEST_F(DecisionHeuristicTest, SingletonByPatternAndInvertedIntervalsSplit) {
   EXPECT_FALSE(h.singleton(t)); // fresh
   set(t, f32(-0.0), f32(0.0));
   EXPECT_FALSE(h.singleton(t));
-  IEEEFloat nan(quad, IEEEFloat::rm_nearest_even);
-  nan.self_nan();
+  IEEEFloat const nan = IEEEFloat::nan(quad);
   set(wide, nan, nan);
   EXPECT_TRUE(h.singleton(wide));
   // [-NaN, +NaN]: two patterns, a candidate, and l_True takes the NaN step.
