@@ -14,15 +14,12 @@ namespace fpsolve {
 
 template <class R>
 void Solver<R>::setup() {
-  roots_ = p.assertions;
-  std::size_t const nv = p.vars.size();
+  roots_ = p_.assertions;
+  std::size_t const nv = p_.vars.size();
   watchers_.assign(nv, {});
   relevant_.assign(nv, 0);
-  history_.resize(nv);
-  for (std::size_t v = 0; v < nv; ++v)
-    history_[v].push_back(cur[v]);
   // Variables of each root, once per root.
-  std::vector<int> seen(p.nodes.size(), -1);
+  std::vector<int> seen(p_.nodes.size(), -1);
   for (std::size_t r = 0; r < roots_.size(); ++r) {
     std::vector<int> todo{roots_[r]};
     auto touch = [&](int v) {
@@ -35,12 +32,12 @@ void Solver<R>::setup() {
       todo.pop_back();
       if (seen[n] == static_cast<int>(r)) continue;
       seen[n] = static_cast<int>(r);
-      Node const& nd = p.nodes[n];
+      Node const& nd = p_.nodes[n];
       if (nd.op == Op::bvar)
         touch(nd.a);
       else if (nd.op >= Op::leq) {
-        if (p.operands[nd.a].var >= 0) touch(p.operands[nd.a].var);
-        if (nd.b >= 0 && p.operands[nd.b].var >= 0) touch(p.operands[nd.b].var);
+        if (p_.operands[nd.a].var >= 0) touch(p_.operands[nd.a].var);
+        if (nd.b >= 0 && p_.operands[nd.b].var >= 0) touch(p_.operands[nd.b].var);
       }
       for (int k : nd.kids)
         todo.push_back(k);
@@ -49,9 +46,9 @@ void Solver<R>::setup() {
   // Booleans first, so the Boolean structure is settled before values.
   for (int pass = 0; pass < 2; ++pass)
     for (std::size_t v = 0; v < nv; ++v)
-      if (relevant_[v] && p.vars[v].is_bool == (pass == 0)) {
-        manager_.terms.push_back(p.vars[v].term);
-        var_of_term_[p.vars[v].term] = static_cast<int>(v);
+      if (relevant_[v] && p_.vars[v].is_bool == (pass == 0)) {
+        manager_.terms.push_back(p_.vars[v].term);
+        var_of_term_[p_.vars[v].term] = static_cast<int>(v);
       }
   manager_.split = manager_.terms.size();
   queued_.assign(roots_.size(), 1);
@@ -69,31 +66,43 @@ void Solver<R>::enqueue_watchers(int v) {
 }
 
 template <class R>
-void Solver<R>::push_bound(int v, bool lower, R const& rank, Iv next) {
-  IEEEFloat value = value_of(rank, p.vars[v].fmt);
-  qorv::FpBoundElement* e = domain_.new_FpBoundElement(lower, p.vars[v].term, value);
+void Solver<R>::assert_on_trail(qorv::FpBoundElement* e, int v) {
   trail_.assert_bound(e);
-  trail_var_.push_back(v);
-  history_[v].push_back(next);
-  cur[v] = next;
+  reload_end(v, e->flag());
+}
+
+template <class R>
+void Solver<R>::reload_end(int v, bool lower) {
+  qorv::fp::FpValueInterval const& iv = trail_.interval(p_.vars[v].term);
+  Iv& c = ev_.cur[v];
+  if (lower)
+    c.lo = rank_of<R>(iv.lower());
+  else
+    c.hi = rank_of<R>(iv.upper());
+}
+
+template <class R>
+void Solver<R>::push_bound(int v, bool lower, R const& rank) {
+  IEEEFloat const value = value_of(rank, p_.vars[v].fmt);
+  assert_on_trail(domain_.new_FpBoundElement(lower, p_.vars[v].term, value), v);
 }
 
 template <class R>
 bool Solver<R>::narrow(int v, R lo, R hi) {
-  Iv const c = cur[v];
+  Iv const c = ev_.cur[v];
   if (lo < c.lo) lo = c.lo;
   if (c.hi < hi) hi = c.hi;
   if (hi < lo) return false;
   // A Boolean known to be true (not NaN) is pinned to one value so that the
   // decision heuristic never splits it.
-  if (p.vars[v].is_bool && lo > this->format_of_var(v).nan) hi = lo;
+  if (p_.vars[v].is_bool && lo > ev_.format_of_var(v).nan) hi = lo;
   if (lo == c.lo && hi == c.hi) return true;
   if (lo != c.lo) {
-    push_bound(v, true, lo, Iv{lo, c.hi});
+    push_bound(v, true, lo);
     ++stats_.propagations;
   }
   if (hi != c.hi) {
-    push_bound(v, false, hi, Iv{lo, hi});
+    push_bound(v, false, hi);
     ++stats_.propagations;
   }
   enqueue_watchers(v);
@@ -102,16 +111,8 @@ bool Solver<R>::narrow(int v, R lo, R hi) {
 
 template <class R>
 bool Solver<R>::assert_element(qorv::FpBoundElement* e, int v) {
-  R const r = rank_of<R>(e->value);
-  Iv next = cur[v];
-  if (e->flag())
-    next.lo = mx(next.lo, r);
-  else
-    next.hi = mn(next.hi, r);
-  trail_.assert_bound(e);
-  trail_var_.push_back(v);
-  history_[v].push_back(next);
-  cur[v] = next;
+  assert_on_trail(e, v);
+  Iv const next = ev_.cur[v];
   if (next.hi < next.lo) return false;
   enqueue_watchers(v);
   return narrow(v, next.lo, next.hi);
@@ -119,23 +120,25 @@ bool Solver<R>::assert_element(qorv::FpBoundElement* e, int v) {
 
 template <class R>
 void Solver<R>::backtrack_to(std::size_t length) {
-  for (std::size_t i = trail_var_.size(); i > length; --i) {
-    int v = trail_var_[i - 1];
-    history_[v].pop_back();
-    cur[v] = history_[v].back();
+  while (trail_.size() > length) {
+    qorv::FpBoundElement const* e = trail_.bounds.back();
+    auto const it = var_of_term_.find(e->term());
+    assert(it != var_of_term_.end() && "every bound on the trail is on a search variable");
+    int const v = it->second;
+    bool const lower = e->flag();
+    trail_.backtrack(trail_.size() - 1, &domain_);
+    reload_end(v, lower);
   }
-  trail_var_.resize(length);
-  trail_.backtrack(length, &domain_);
 }
 
 // The operand's value must lie in t: narrow its variable to the hull of the
 // preimage (fp.neg undone first, then fp.abs).
 template <class R>
 bool Solver<R>::restrict_to(int o, Set<R> t) {
-  Operand const& op = p.operands[o];
-  FormatRanks<R> const& f = this->format_of_operand(o);
+  Operand const& op = p_.operands[o];
+  FormatRanks<R> const& f = ev_.format_of_operand(o);
   if (op.var < 0) {
-    R const& c = this->const_rank[o];
+    R const& c = ev_.const_rank[o];
     return c == f.nan ? t.nan : (t.lo <= c && c <= t.hi);
   }
   if (op.neg && t.has_num()) t = {t.nan, R(-t.hi - 1), R(-t.lo - 1)};
@@ -152,20 +155,20 @@ bool Solver<R>::restrict_to(int o, Set<R> t) {
 
 template <class R>
 bool Solver<R>::atom_prop(Node const& nd, bool want) {
-  if (this->same_var(nd)) {
-    Set<R> const t = this->same_var_set(nd, want);
-    R const nan = this->format_of_operand(nd.a).nan;
-    int const v = p.operands[nd.a].var;
+  if (ev_.same_var(nd)) {
+    Set<R> const t = ev_.same_var_set(nd, want);
+    R const nan = ev_.format_of_operand(nd.a).nan;
+    int const v = p_.operands[nd.a].var;
     if (t.has_num()) return narrow(v, t.nan ? nan : t.lo, t.hi);
     return t.nan && narrow(v, nan, nan);
   }
-  Set<R> const a = img(nd.a);
-  FormatRanks<R> const& f = this->format_of_operand(nd.a);
+  Set<R> const a = ev_.img(nd.a);
+  FormatRanks<R> const& f = ev_.format_of_operand(nd.a);
   R const ninf = f.nan + 1;
   switch (nd.op) {
   case Op::leq:
   case Op::lt: {
-    Set<R> const b = img(nd.b);
+    Set<R> const b = ev_.img(nd.b);
     int lo_op = nd.a, hi_op = nd.b;
     bool strict = nd.op == Op::lt;
     Set<R> lo = a, hi = b;
@@ -182,7 +185,7 @@ bool Solver<R>::atom_prop(Node const& nd, bool want) {
            restrict_to(hi_op, {false, min_rank_key_ge(R(key(lo.lo) + d)), f.pinf});
   }
   case Op::fp_eq: {
-    Set<R> const b = img(nd.b);
+    Set<R> const b = ev_.img(nd.b);
     if (want) {
       if (!a.has_num() || !b.has_num()) return false;
       note_edge(nd.a, nd.b, false);
@@ -199,14 +202,14 @@ bool Solver<R>::atom_prop(Node const& nd, bool want) {
       if (key(s.hi) == k) s.hi = max_rank_key_le(R(k - 1));
       return restrict_to(o, s);
     };
-    return cut(nd.a, a, b) && cut(nd.b, img(nd.b), img(nd.a));
+    return cut(nd.a, a, b) && cut(nd.b, ev_.img(nd.b), ev_.img(nd.a));
   }
   case Op::ident: {
-    Set<R> const b = img(nd.b);
+    Set<R> const b = ev_.img(nd.b);
     if (want) {
       note_edge(nd.a, nd.b, false);
       note_edge(nd.b, nd.a, false);
-      return restrict_to(nd.a, b) && restrict_to(nd.b, img(nd.a));
+      return restrict_to(nd.a, b) && restrict_to(nd.b, ev_.img(nd.a));
     }
     auto cut = [&](int o, Set<R> s, Set<R> const& other) {
       if (!other.single()) return true;
@@ -218,7 +221,7 @@ bool Solver<R>::atom_prop(Node const& nd, bool want) {
       }
       return restrict_to(o, s);
     };
-    return cut(nd.a, a, b) && cut(nd.b, img(nd.b), img(nd.a));
+    return cut(nd.a, a, b) && cut(nd.b, ev_.img(nd.b), ev_.img(nd.a));
   }
   case Op::is_nan:
     return restrict_to(nd.a, want ? Set<R>{true, R(1), R(0)} : Set<R>{false, a.lo, a.hi});
@@ -242,17 +245,17 @@ bool Solver<R>::atom_prop(Node const& nd, bool want) {
 
 template <class R>
 bool Solver<R>::prop(int n, bool want) {
-  L const v = eval(n);
+  L const v = ev_.eval(n);
   L const good = want ? L::T : L::F;
   if (v == good) return true;
   if (v == lnot(good)) return false;
-  Node const& nd = p.nodes[n];
+  Node const& nd = p_.nodes[n];
   switch (nd.op) {
   case Op::t:
   case Op::f:
     return false; // evaluated above
   case Op::bvar: {
-    R const nan = this->format_of_var(nd.a).nan;
+    R const nan = ev_.format_of_var(nd.a).nan;
     return want ? narrow(nd.a, R(nan + 1), R(nan + 1)) : narrow(nd.a, nan, nan);
   }
   case Op::not_:
@@ -267,7 +270,7 @@ bool Solver<R>::prop(int n, bool want) {
     }
     int unknown = -1; // the one kid left to satisfy, if only one
     for (int k : nd.kids) {
-      L kv = eval(k);
+      L kv = ev_.eval(k);
       if (kv == L::U) {
         if (unknown >= 0) return true;
         unknown = k;
@@ -279,7 +282,7 @@ bool Solver<R>::prop(int n, bool want) {
     int unknown = -1;
     bool parity = false;
     for (int k : nd.kids) {
-      L kv = eval(k);
+      L kv = ev_.eval(k);
       if (kv == L::U) {
         if (unknown >= 0) return true;
         unknown = k;
@@ -290,16 +293,17 @@ bool Solver<R>::prop(int n, bool want) {
     return unknown < 0 || prop(unknown, want != parity);
   }
   case Op::iff: {
-    L a = eval(nd.kids[0]), b = eval(nd.kids[1]);
+    L a = ev_.eval(nd.kids[0]), b = ev_.eval(nd.kids[1]);
     if (a != L::U) return prop(nd.kids[1], want == (a == L::T));
     if (b != L::U) return prop(nd.kids[0], want == (b == L::T));
     return true;
   }
   case Op::ite: {
-    L c = eval(nd.kids[0]);
+    L c = ev_.eval(nd.kids[0]);
     if (c != L::U) return prop(nd.kids[c == L::T ? 1 : 2], want);
-    if (eval(nd.kids[1]) == lnot(good)) return prop(nd.kids[0], false) && prop(nd.kids[2], want);
-    if (eval(nd.kids[2]) == lnot(good)) return prop(nd.kids[0], true) && prop(nd.kids[1], want);
+    if (ev_.eval(nd.kids[1]) == lnot(good))
+      return prop(nd.kids[0], false) && prop(nd.kids[2], want);
+    if (ev_.eval(nd.kids[2]) == lnot(good)) return prop(nd.kids[0], true) && prop(nd.kids[1], want);
     return true;
   }
   default:
@@ -315,11 +319,11 @@ bool Solver<R>::prop(int n, bool want) {
 // and a cycle through a comparison forces all of its nodes non-NaN.
 template <class R>
 bool Solver<R>::strict_cycle() const {
-  std::size_t const nn = 4 * p.vars.size();
+  std::size_t const nn = 4 * p_.vars.size();
   std::vector<std::vector<std::pair<int, bool>>> out(nn);
-  std::vector<char> has_abs(p.vars.size(), 0);
+  std::vector<char> has_abs(p_.vars.size(), 0);
   auto id = [&](int o) {
-    Operand const& op = p.operands[o];
+    Operand const& op = p_.operands[o];
     return op.var * 4 + (op.abs ? 2 : 0) + (op.neg ? 1 : 0);
   };
   auto add = [&](int u, int v, bool s) {
@@ -327,10 +331,10 @@ bool Solver<R>::strict_cycle() const {
     out[v ^ 1].push_back({u ^ 1, s});
   };
   for (Edge const& e : edges_) {
-    if (p.operands[e.from].var < 0 || p.operands[e.to].var < 0) continue;
+    if (p_.operands[e.from].var < 0 || p_.operands[e.to].var < 0) continue;
     add(id(e.from), id(e.to), e.strict);
     for (int o : {e.from, e.to})
-      if (p.operands[o].abs) has_abs[p.operands[o].var] = 1;
+      if (p_.operands[o].abs) has_abs[p_.operands[o].var] = 1;
   }
   for (std::size_t v = 0; v < has_abs.size(); ++v)
     if (has_abs[v]) {
@@ -362,32 +366,43 @@ bool Solver<R>::strict_cycle() const {
 }
 
 template <class R>
-bool Solver<R>::propagate() {
+typename Solver<R>::Round Solver<R>::propagate() {
   edges_.clear();
   std::size_t work = 0;
   std::size_t const budget = 32 * roots_.size() + 1000;
+  Round outcome = Round::fixpoint;
   while (!queue_.empty()) {
     int r = queue_.front();
     queue_.pop_front();
     queued_[r] = 0;
-    bool ok = ++work <= budget ? prop(roots_[r], true) : !strict_cycle();
-    if (!ok || work > budget) {
-      // Either a conflict, or propagation is creeping: leave the rest to the
-      // decisions, which halve intervals instead of shaving single values.
+    // Past the budget, propagation is creeping: leave the rest to the
+    // decisions, which halve intervals instead of shaving single values.
+    if (++work > budget)
+      outcome = Round::stalled;
+    else if (!prop(roots_[r], true))
+      outcome = Round::conflict;
+    if (outcome != Round::fixpoint) {
       for (int q : queue_)
         queued_[q] = 0;
       queue_.clear();
-      return ok;
+      break;
     }
   }
-  return true;
+  return outcome;
+}
+
+template <class R>
+bool Solver<R>::deduce() {
+  Round const outcome = propagate();
+  if (outcome == Round::stalled) return !strict_cycle();
+  return outcome == Round::fixpoint;
 }
 
 template <class R>
 L Solver<R>::eval_all() const {
   L all = L::T;
   for (int r : roots_) {
-    L v = eval(r);
+    L v = ev_.eval(r);
     if (v == L::F) return L::F;
     if (v == L::U) all = L::U;
   }
@@ -421,17 +436,17 @@ void Solver<R>::trace_backtrack() {
 template <class R>
 std::vector<IEEEFloat> Solver<R>::model() const {
   std::vector<IEEEFloat> m;
-  for (std::size_t v = 0; v < p.vars.size(); ++v) {
-    Iv const& iv = cur[v];
-    FormatRanks<R> const& f = this->format_of_var(static_cast<int>(v));
+  for (std::size_t v = 0; v < p_.vars.size(); ++v) {
+    Iv const& iv = ev_.cur[v];
+    FormatRanks<R> const& f = ev_.format_of_var(static_cast<int>(v));
     R pick;
-    if (p.vars[v].is_bool)
+    if (p_.vars[v].is_bool)
       pick = relevant_[v] && iv.hi > f.nan ? R(f.nan + 1) : f.nan; // true when possible
     else if (iv.lo <= 0 && 0 <= iv.hi)
       pick = 0;
     else
       pick = iv.hi < 0 ? iv.hi : iv.lo;
-    m.push_back(value_of(pick, p.vars[v].fmt));
+    m.push_back(value_of(pick, p_.vars[v].fmt));
   }
   return m;
 }
@@ -443,7 +458,7 @@ void Solver<R>::check_invariants() {
     qorv::Term const* t = manager_.terms[i];
     int v = var_of_term_[t];
     auto const& iv = trail_.interval(t);
-    if (!(rank_of<R>(iv.lower()) == cur[v].lo) || !(rank_of<R>(iv.upper()) == cur[v].hi))
+    if (!(rank_of<R>(iv.lower()) == ev_.cur[v].lo) || !(rank_of<R>(iv.upper()) == ev_.cur[v].hi))
       qorv::invariant_violated("fpsolve search", "interval out of step with the trail", t->name());
   }
 }
@@ -452,7 +467,7 @@ template <class R>
 Result Solver<R>::run() {
   setup();
   Result res;
-  bool ok = propagate();
+  bool ok = deduce();
   for (;;) {
     if (opt_.check) check_invariants();
     if (ok) {
@@ -477,30 +492,32 @@ Result Solver<R>::run() {
       backtrack_to(lv.trail_length);
       lv.flipped = true;
       IEEEFloat other = lv.flag ? qorv::next_below(lv.value) : qorv::next_above(lv.value);
-      auto* e = domain_.new_FpBoundElement(!lv.flag, p.vars[lv.var].term, other);
-      ok = assert_element(e, lv.var) && propagate();
+      auto* e = domain_.new_FpBoundElement(!lv.flag, p_.vars[lv.var].term, other);
+      ok = assert_element(e, lv.var) && deduce();
       continue;
     }
     if (out_of_resources()) break;
     qorv::FpBoundElement* e = heuristic_.decide();
+    // Undetermined assertions leave some search variable with more than one
+    // value (with every interval a single value, evaluation is exact).
     if (domain_.is_no_decision(e))
-      break; // every interval a single value yet undecided: cannot happen
+      qorv::invariant_violated("fpsolve search", "no decision while an assertion is undetermined");
     int const v = var_of_term_[e->term()];
     R const r = rank_of<R>(e->value);
     ++stats_.decisions;
-    if (cur[v].lo == this->format_of_var(v).nan)
+    if (ev_.cur[v].lo == ev_.format_of_var(v).nan)
       ++stats_.nan_decisions;
     else
       ++stats_.split_decisions;
-    if (e->flag() && r == cur[v].lo) {
+    if (e->flag() && r == ev_.cur[v].lo) {
       // "At least the lower end" narrows nothing and its complement is empty;
       // decide the split just above it instead, so both branches shrink.
       IEEEFloat up = qorv::next_above(e->value);
       domain_.release_FpBoundElement(e);
-      e = domain_.new_FpBoundElement(true, p.vars[v].term, up);
+      e = domain_.new_FpBoundElement(true, p_.vars[v].term, up);
     }
     levels_.push_back(Level{trail_.size(), v, e->flag(), e->value, false});
-    ok = assert_element(e, v) && propagate();
+    ok = assert_element(e, v) && deduce();
   }
   backtrack_to(0);
   std::chrono::duration<double> d = std::chrono::steady_clock::now() - start_;

@@ -2,11 +2,15 @@
 // guarantees).  Internal to search.cpp, which instantiates it for the two
 // rank types.
 //
-// State kept in step with the trail: for every trail position the variable
-// it bounds (`trail_var_`), and per variable the stack of its rank intervals
-// (`history_`, whose top is Evaluator::cur).  Every bound goes through
-// push_bound/assert_element and every undo through backtrack_to, so the two
-// never drift apart (check_invariants compares them with the trail).
+// One source of truth: the intervals live on the host's bounds trail (its
+// value intervals hold the history).  The evaluator's `cur` is a cache of
+// the trail's current entries as ranks, written only by reload_end, which
+// assert_on_trail and backtrack_to call for the one end each bound moves;
+// check_invariants compares the cache with the trail.
+//
+// The search loop (run) is: deduce (propagation, and when propagation stalls
+// on its budget, the strict-cycle refutation), evaluate, then backtrack on a
+// conflict or decide.
 #pragma once
 
 #include "engine/evaluator.h"
@@ -21,16 +25,12 @@
 namespace fpsolve {
 
 template <class R>
-class Solver : public Evaluator<R> {
+class Solver {
   using Iv = typename Evaluator<R>::Iv;
-  using Evaluator<R>::p;
-  using Evaluator<R>::cur;
-  using Evaluator<R>::eval;
-  using Evaluator<R>::img;
 
 public:
   Solver(Problem& problem, Options const& options)
-      : Evaluator<R>(problem), opt_(options), trail_(&problem.tm),
+      : p_(problem), ev_(problem), opt_(options), trail_(&problem.tm),
         heuristic_(domain_, trail_, manager_), choice_(domain_, trail_) {}
 
   ~Solver() { trail_.backtrack(0, &domain_); }
@@ -50,13 +50,26 @@ private:
     bool strict;
   };
 
+  // How a round of propagation ended.
+  enum class Round { fixpoint, conflict, stalled };
+
   void setup();
-  bool propagate();
+  // Unit propagation of the queued roots, to a fixpoint, a conflict, or the
+  // round's work budget (stalled).
+  Round propagate();
+  // One round of deduction: propagate, and when that stalls, refute a cycle
+  // of forced comparisons with a strict step (strict_cycle).  False on a
+  // conflict.
+  bool deduce();
   bool prop(int n, bool want);
   bool atom_prop(Node const& nd, bool want);
   bool restrict_to(int o, Set<R> t);
   bool narrow(int v, R lo, R hi);
-  void push_bound(int v, bool lower, R const& rank, Iv next);
+  // Every bound reaches the trail through assert_on_trail, every undo
+  // through backtrack_to; both refresh the cached end with reload_end.
+  void assert_on_trail(qorv::FpBoundElement* e, int v);
+  void reload_end(int v, bool lower);
+  void push_bound(int v, bool lower, R const& rank);
   bool assert_element(qorv::FpBoundElement* e, int v);
   void backtrack_to(std::size_t length);
   void enqueue_watchers(int v);
@@ -68,6 +81,8 @@ private:
   std::vector<IEEEFloat> model() const;
   void check_invariants();
 
+  Problem const& p_;
+  Evaluator<R> ev_; // ev_.cur caches the trail's current entries
   Options const& opt_;
   qorv::FpIntervalDomain domain_;
   qorv::FpBoundsTrail trail_;
@@ -78,8 +93,6 @@ private:
   std::vector<int> roots_;
   std::vector<std::vector<int>> watchers_; // per variable: the roots it occurs in
   std::vector<char> relevant_;
-  std::vector<std::vector<Iv>> history_;
-  std::vector<int> trail_var_;
   std::deque<int> queue_;
   std::vector<char> queued_;
   std::vector<Edge> edges_;
