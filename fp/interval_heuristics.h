@@ -93,6 +93,7 @@ public:
   void set_max_limit(IEEEFloat const& v) { max_limit = v; }
   void set_max_limit_inf();
   // Whether the front limit's value (not max_limit) is the infinite limit.
+  // Reading the front limit is deliberate: hosts call it after fix_limits.
   // Requires at least one limit (asserted); without one it answers false.
   bool max_limit_inf() const;
   // Prepends (-1, max_limit) and moves every value one place toward the back,
@@ -105,7 +106,7 @@ public:
 
   IEEEFloat max_limit;
   std::deque<Limit> limits;
-  std::int32_t counter = 0;
+  std::int32_t counter = 0; // never changed here: the host's, kept and printed deliberately
 
 private:
   IEEEFloat infinite_limit() const;

@@ -345,6 +345,8 @@ private:
   }
 
   void grow_if_loaded() {
+    // Single precision on purpose: the rehash points (and so the iteration
+    // order hosts see) follow the float quotient, not the exact one.
     float load = static_cast<float>(count_) / static_cast<float>(buckets_.size());
     if (static_cast<double>(load) > 0.7) rehash(buckets_.size() + 1);
   }

@@ -40,6 +40,8 @@ std::uint64_t pool_count_chunks(void const* chunks) noexcept;
 std::uint64_t pool_count_free(void const* free_list) noexcept;
 } // namespace detail
 
+// The second argument does nothing; it is kept deliberately, since hosts
+// spell the type MemoryPool<N, false>.
 template <std::size_t N, bool Unused = false>
 class MemoryPool {
   static_assert(!Unused, "only MemoryPool<N, false> exists");

@@ -74,6 +74,7 @@ inline bool operator<(IEEEFloat::Packed const& pa, IEEEFloat::Packed const& pb) 
   // reading the flags (which would chain successive comparisons through
   // memory): the 0 goes either to the flags or to a scratch byte.
   bool const payloads_decide = (ka >> 64) == (kb >> 64);
+  // Deliberate: nothing here reads the flags, but hosts rely on the clearing.
   *(payloads_decide ? &swflt::float_exception_flags : &detail::flags_sink) = 0;
   return ka < kb;
 }
@@ -84,7 +85,7 @@ inline bool operator<(IEEEFloat::Packed const& pa, IEEEFloat::Packed const& pb) 
 inline bool payload_equal(IEEEFloat const& a, IEEEFloat const& b) {
   if (!a.narrow()) return detail::payload_equal_wide(a, b);
   bool const equal = a.payload_u64() == b.payload_u64();
-  swflt::float_exception_flags = 0;
+  swflt::float_exception_flags = 0; // deliberate: part of the contract hosts rely on
   return equal;
 }
 

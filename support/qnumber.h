@@ -71,6 +71,7 @@ public:
   friend bool operator<(QNumber const& a, QNumber const& b);
 
   // Scratch integers of the order; initialised before main, cleared at exit.
+  // Public on purpose: hosts share them, so they are part of the contract.
   static mpz_t gmp_tmp[4];
 
   // Aborts with a message when the value is not in lowest terms with a
@@ -93,7 +94,8 @@ private:
   std::int64_t den_;
 };
 
-// Entry [x][y] is gcd(x, y) once computed, 0 while unknown.
+// Entry [x][y] is gcd(x, y) once computed, 0 while unknown.  Global and
+// writable on purpose: hosts read and warm it, so it is part of the contract.
 extern std::int64_t gcd_cache[1024][1024];
 
 // gcd of two non-negative numbers through gcd_cache: every pair of the Euclid
