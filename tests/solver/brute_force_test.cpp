@@ -1,0 +1,245 @@
+// The solver against brute force on formats small enough to enumerate.
+//
+// Random problems over (2, 3) and (3, 4) mix comparisons of variables, their
+// fp.neg and fp.abs views and constants, classifications and Boolean
+// structure.  An oracle written from IEEE-754 alone (bit fields decoded here,
+// values compared as doubles, which hold every value of these formats
+// exactly) checks each answer: a sat model must satisfy every assertion, and
+// an unsat answer must survive the enumeration of every assignment.  No
+// external program is involved, so this runs everywhere the tests run.
+#include "engine/search.h"
+#include "smtlib/elaborate.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <functional>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace fpsolve {
+namespace {
+
+using Format = IEEEFloat::format;
+
+// A value of a tiny format, decoded from its pattern.
+struct Bits {
+  Format f;
+  std::uint64_t p;
+  std::uint64_t man() const { return p & ((std::uint64_t{1} << (f.sb - 1)) - 1); }
+  std::uint64_t exp() const { return (p >> (f.sb - 1)) & ((std::uint64_t{1} << f.eb) - 1); }
+  bool sign() const { return (p >> (f.eb + f.sb - 1)) != 0; }
+  bool exp_ones() const { return exp() == (std::uint64_t{1} << f.eb) - 1; }
+  bool nan() const { return exp_ones() && man() != 0; }
+  double value() const {
+    if (nan()) return NAN;
+    int const bias = (1 << (f.eb - 1)) - 1, shift = static_cast<int>(f.sb) - 1;
+    double const m = exp_ones() ? INFINITY
+                     : exp() == 0
+                         ? std::ldexp(static_cast<double>(man()), 1 - bias - shift)
+                         : std::ldexp(static_cast<double>(man() | (std::uint64_t{1} << shift)),
+                                      static_cast<int>(exp()) - bias - shift);
+    return sign() ? -m : m;
+  }
+};
+
+struct Oracle {
+  Problem const& p;
+  std::vector<std::uint64_t> const& a; // a pattern per variable; Booleans: 1 true, 0 false
+
+  Bits operand(int o) const {
+    Operand const& op = p.operands[o];
+    if (op.var < 0) return {op.fmt, op.constant.payload_u64()};
+    Bits b{op.fmt, a[op.var]};
+    std::uint64_t const sign = std::uint64_t{1} << (op.fmt.eb + op.fmt.sb - 1);
+    if (!b.nan() && op.abs) b.p &= ~sign;
+    if (!b.nan() && op.neg) b.p ^= sign;
+    return b;
+  }
+  bool eval(int n) const {
+    Node const& nd = p.nodes[n];
+    auto kid = [&](int i) { return eval(nd.kids[i]); };
+    switch (nd.op) {
+    case Op::t:
+      return true;
+    case Op::f:
+      return false;
+    case Op::bvar:
+      return a[nd.a] != 0;
+    case Op::not_:
+      return !kid(0);
+    case Op::and_:
+    case Op::or_: {
+      bool const all = nd.op == Op::and_;
+      for (std::size_t i = 0; i < nd.kids.size(); ++i)
+        if (kid(static_cast<int>(i)) != all) return !all;
+      return all;
+    }
+    case Op::xor_: {
+      bool r = false;
+      for (std::size_t i = 0; i < nd.kids.size(); ++i)
+        r ^= kid(static_cast<int>(i));
+      return r;
+    }
+    case Op::iff:
+      return kid(0) == kid(1);
+    case Op::ite:
+      return kid(0) ? kid(1) : kid(2);
+    default:
+      break;
+    }
+    Bits const x = operand(nd.a);
+    double const v = x.value();
+    bool const zero = x.exp() == 0 && x.man() == 0;
+    switch (nd.op) {
+    case Op::leq:
+      return v <= operand(nd.b).value();
+    case Op::lt:
+      return v < operand(nd.b).value();
+    case Op::fp_eq:
+      return v == operand(nd.b).value();
+    case Op::ident: {
+      Bits const y = operand(nd.b);
+      return (x.nan() && y.nan()) || x.p == y.p;
+    }
+    case Op::is_nan:
+      return x.nan();
+    case Op::is_inf:
+      return x.exp_ones() && x.man() == 0;
+    case Op::is_zero:
+      return zero;
+    case Op::is_normal:
+      return x.exp() != 0 && !x.exp_ones();
+    case Op::is_subnormal:
+      return x.exp() == 0 && !zero;
+    case Op::is_negative:
+      return !x.nan() && x.sign();
+    case Op::is_positive:
+      return !x.nan() && !x.sign();
+    default:
+      ADD_FAILURE() << "unknown node";
+      return false;
+    }
+  }
+  bool holds() const {
+    for (int r : p.assertions)
+      if (!eval(r)) return false;
+    return true;
+  }
+};
+
+// Whether some assignment (one NaN per format, as SMT-LIB has one) holds.
+bool satisfiable(Problem const& p) {
+  std::vector<std::uint64_t> a(p.vars.size(), 0);
+  auto next = [&]() {
+    for (std::size_t v = 0; v < a.size(); ++v) {
+      Var const& var = p.vars[v];
+      std::uint64_t const end = var.is_bool ? 2 : std::uint64_t{1} << (var.fmt.eb + var.fmt.sb);
+      do
+        ++a[v];
+      while (a[v] < end && !var.is_bool && Bits{var.fmt, a[v]}.nan() &&
+             Bits{var.fmt, a[v] - 1}.nan());
+      if (a[v] < end) return true;
+      a[v] = 0;
+    }
+    return false;
+  };
+  do
+    if (Oracle{p, a}.holds()) return true;
+  while (next());
+  return false;
+}
+
+// A random problem: variables x0.. of format f, a Boolean b, atoms over
+// views and constants, 1 to 3 assertions of depth up to 3.
+std::string random_problem(std::mt19937& rng, Format f, int vars) {
+  auto pick = [&](int n) { return static_cast<int>(rng() % static_cast<unsigned>(n)); };
+  auto bits = [&](std::uint64_t width) {
+    std::string s;
+    for (std::uint64_t i = 0; i < width; ++i)
+      s += pick(2) ? '1' : '0';
+    return s;
+  };
+  auto operand = [&]() -> std::string {
+    if (pick(4) == 0) return "(fp #b" + bits(1) + " #b" + bits(f.eb) + " #b" + bits(f.sb - 1) + ")";
+    std::string x = "x" + std::to_string(pick(vars));
+    if (pick(3) == 0) x = "(fp.abs " + x + ")";
+    if (pick(3) == 0) x = "(fp.neg " + x + ")";
+    return x;
+  };
+  static char const* const binary[] = {"fp.leq", "fp.lt", "fp.geq", "fp.gt", "fp.eq", "="};
+  static char const* const unary[] = {"fp.isNaN",     "fp.isInfinite",  "fp.isZero",
+                                      "fp.isNormal",  "fp.isSubnormal", "fp.isNegative",
+                                      "fp.isPositive"};
+  std::function<std::string(int)> formula = [&](int depth) -> std::string {
+    int const k = depth == 0 ? pick(3) : pick(10);
+    if (k == 0) return std::string("(") + binary[pick(6)] + " " + operand() + " " + operand() + ")";
+    if (k == 1) return std::string("(") + unary[pick(7)] + " " + operand() + ")";
+    if (k == 2) return pick(2) ? "b" : "(not b)";
+    if (k == 3) return "(not " + formula(depth - 1) + ")";
+    if (k == 4)
+      return "(ite " + formula(depth - 1) + " " + formula(depth - 1) + " " + formula(depth - 1) +
+             ")";
+    static char const* const nary[] = {"and", "or", "xor", "=>", "="};
+    return std::string("(") + nary[k - 5] + " " + formula(depth - 1) + " " + formula(depth - 1) +
+           ")";
+  };
+  std::string s = "(declare-const b Bool)";
+  for (int v = 0; v < vars; ++v)
+    s += "(declare-const x" + std::to_string(v) + " (_ FloatingPoint " + std::to_string(f.eb) +
+         " " + std::to_string(f.sb) + "))";
+  for (int i = pick(3); i >= 0; --i)
+    s += "(assert " + formula(3) + ")";
+  return s;
+}
+
+void build(Problem& p, std::string const& text) {
+  Elaborator el(p);
+  std::istringstream in(text);
+  Reader reader(in);
+  while (auto cmd = reader.next()) {
+    auto const& it = cmd->items;
+    std::string const head = it[0].atom.text;
+    if (head == "declare-const")
+      el.declare(it[1].atom.text, it[2], it[1]);
+    else
+      el.assert_formula(it[1]);
+  }
+}
+
+TEST(BruteForce, AnswersAndModelsOnEnumerableFormats) {
+  std::mt19937 rng(7);
+  struct Round {
+    Format f;
+    int vars, problems;
+  } const rounds[] = {{{2, 3}, 3, 200}, {{3, 4}, 2, 200}};
+  int sat = 0, unsat = 0;
+  for (Round const& round : rounds)
+    for (int i = 0; i < round.problems; ++i) {
+      std::string const text = random_problem(rng, round.f, round.vars);
+      Problem p;
+      build(p, text);
+      Options opt;
+      opt.check = true;
+      Result const r = solve(p, opt);
+      ASSERT_NE(r.answer, Answer::unknown) << text;
+      if (r.answer == Answer::sat) {
+        std::vector<std::uint64_t> a;
+        for (std::size_t v = 0; v < p.vars.size(); ++v)
+          a.push_back(p.vars[v].is_bool ? !r.model[v].is_nan() : r.model[v].payload_u64());
+        EXPECT_TRUE((Oracle{p, a}.holds())) << "model fails: " << text;
+        ++sat;
+      } else {
+        EXPECT_FALSE(satisfiable(p)) << "unsat, yet satisfiable: " << text;
+        ++unsat;
+      }
+    }
+  // Both answers must be well represented, or the test proves little.
+  EXPECT_GT(sat, 60);
+  EXPECT_GT(unsat, 60);
+}
+
+} // namespace
+} // namespace fpsolve
