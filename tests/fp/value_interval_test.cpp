@@ -41,7 +41,8 @@ TEST(ValueIntervalTest, ConstantsAreSingleValuesInEveryWidth) {
     one.init(&tm, tm.mk_const(IEEEFloat::from_double(1.0, f)));
     EXPECT_TRUE(one.upper().to_double() == 1.0 && payload_equal(one.upper(), one.lower()));
     nan.init(&tm, tm.mk_const(IEEEFloat::from_double(-NAN, f)));
-    EXPECT_TRUE(nan.lower().is_nan() && nan.lower().get_sign() && payload_equal(nan.upper(), nan.lower()));
+    EXPECT_TRUE(nan.lower().is_nan() && nan.lower().get_sign() &&
+                payload_equal(nan.upper(), nan.lower()));
     EXPECT_TRUE(one.nan_status() == l_False && nan.nan_status() == l_True);
   }
   FpValueInterval b;

@@ -130,26 +130,18 @@ struct Oracle {
   }
 };
 
-// Whether some assignment (one NaN per format, as SMT-LIB has one) holds.
+// Whether some assignment of patterns (Booleans: 0 or 1) satisfies p.
 bool satisfiable(Problem const& p) {
   std::vector<std::uint64_t> a(p.vars.size(), 0);
-  auto next = [&]() {
-    for (std::size_t v = 0; v < a.size(); ++v) {
-      Var const& var = p.vars[v];
-      std::uint64_t const end = var.is_bool ? 2 : std::uint64_t{1} << (var.fmt.eb + var.fmt.sb);
-      do
-        ++a[v];
-      while (a[v] < end && !var.is_bool && Bits{var.fmt, a[v]}.nan() &&
-             Bits{var.fmt, a[v] - 1}.nan());
-      if (a[v] < end) return true;
-      a[v] = 0;
-    }
-    return false;
-  };
-  do
+  for (;;) {
     if (Oracle{p, a}.holds()) return true;
-  while (next());
-  return false;
+    std::size_t v = 0;
+    for (; v < a.size(); a[v++] = 0) {
+      Var const& var = p.vars[v];
+      if (++a[v] < (var.is_bool ? 2 : std::uint64_t{1} << (var.fmt.eb + var.fmt.sb))) break;
+    }
+    if (v == a.size()) return false;
+  }
 }
 
 // A random problem: variables x0.. of format f, a Boolean b, atoms over

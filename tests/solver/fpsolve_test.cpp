@@ -84,15 +84,6 @@ TEST(Fpsolve, IeeeTrapsHaveKnownAnswers) {
                    "(assert (not (fp.isZero t)))(assert (not (fp.isNormal t)))(assert (not "
                    "(fp.isSubnormal t)))"),
             "unsat");
-  // Boolean structure, decided through the heuristic like any term.
-  EXPECT_EQ(
-      answer("(declare-const a Bool)(declare-const b Bool)(assert (xor a b))(assert (= a b))"),
-      "unsat");
-  EXPECT_EQ(answer("(declare-const a Bool)(declare-const b Bool)" + f32 +
-                   "(assert (ite a (fp.isNaN x) (fp.isInfinite x)))(assert (=> b a))(assert (or b "
-                   "(fp.lt x y)))"
-                   "(assert (distinct a (fp.isNegative x)))"),
-            "sat");
 }
 
 TEST(Fpsolve, LiteralsAreExact) {
