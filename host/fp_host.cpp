@@ -92,22 +92,26 @@ void FpBoundsTrail::backtrack(std::size_t length, FpIntervalDomain* domain) {
   QORV_DEBUG_CHECK(*this);
 }
 
+// Allocation-free, so that it can run after any mutation, also while an
+// allocation failure is being injected: every bound's term has an entry of
+// its own above the initial one, and the entries above the initial ones add
+// up to the bounds on the trail.
 void FpBoundsTrail::check_invariants() const {
   auto fail = [](char const* what) { invariant_violated("FpBoundsTrail", what); };
-  hsh::HashMap<Term const*, std::size_t> count;
   for (FpBoundElement const* e : bounds) {
     if (!e || !e->term()) fail("null bound or term on the trail");
-    ++count[e->term()];
+    auto it = intervals.find(e->term());
+    if (it == intervals.end() || it->second.entries() < 2)
+      fail("a bound without its interval entry");
   }
+  std::size_t above_initial = 0;
   for (auto const& [t, iv] : intervals) {
-    std::size_t n = iv.flags.size();
+    std::size_t const n = iv.entries();
     if (iv.lower_ends.size() != n || iv.upper_ends.size() != n)
       fail("interval arrays of different lengths");
-    auto c = count.find(t);
-    std::size_t asserted = c == count.end() ? 0 : c->second;
-    if (n == 0 ? asserted != 0 : n != asserted + 1)
-      fail("interval entries out of step with the trail");
+    if (n > 0) above_initial += n - 1;
   }
+  if (above_initial != bounds.size()) fail("interval entries out of step with the trail");
 }
 
 } // namespace qorv

@@ -84,8 +84,9 @@ public:
   std::size_t size() const noexcept { return bounds.size(); }
   // The interval of t, initialised on first use.
   fp::FpValueInterval& interval(Term const* t);
-  // Every asserted bound has its interval entry (entries = 1 + bounds of the
-  // term), and all three arrays of each interval have one length.
+  // Every asserted bound has its interval entry (entries above the initial
+  // ones match the bounds), and all three arrays of each interval have one
+  // length.  Allocates nothing.
   void check_invariants() const;
 
   TermManager* tm;
