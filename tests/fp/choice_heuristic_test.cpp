@@ -1,11 +1,12 @@
-// Search candidates against hand-computed frames: limits after the mark, the
-// maximum limit at or before it, infinite limits, and allocation failure.
+// Search candidates: frames per literal of the element's terms, one result
+// array, and no allocation once warmed up.  Limits after the mark, maximum
+// limits and infinite limits are checked against a model of the frames by
+// the search_candidates fuzz harness, whose corpus replays as a test.
 #include "tests/common/host_fixture.h"
 #include "tests/common/alloc_failure.h"
 
 #include <cstdint>
 #include <string>
-#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -38,32 +39,6 @@ struct ChoiceHeuristicTest : HostTest {
     return nullptr;
   }
 };
-
-// Five bounds, mark 2: t's frame has value 5, maximum limit 2 (the newest
-// bound at or before the mark) and the later bounds as limits.
-TEST_F(ChoiceHeuristicTest, WorkedExampleAndMarksAtTheEnds) {
-  for (auto [term, flag, v] : {std::tuple{t, false, 1}, {t, false, 2}, {u, true, 3}, {t, false, 4}, {t, false, 5}})
-    assert_bound(term, flag, f32(v));
-  element.terms.insert(t), element.terms.insert(u);
-  h.trail_mark = 2;
-  ASSERT_EQ(h.get_search_candidates(element).size(), 2u);
-  FpIntervalSearchFrame const *a = frame(t, false), *b = frame(u, true);
-  ASSERT_TRUE(a && b);
-  EXPECT_EQ(a->value.to_str() + a->max_limit.to_str(), s32(5) + s32(2));
-  EXPECT_EQ(seen(*a), (Seen{{-1, s32(2)}, {4, s32(2)}, {5, s32(4)}}));
-  EXPECT_EQ(b->value.to_str() + b->max_limit.to_str(), s32(3) + nan);
-  EXPECT_EQ(seen(*b), (Seen{{-1, nan}, {3, nan}}));
-
-  h.trail_mark = 0;
-  h.get_search_candidates(element);
-  EXPECT_EQ(seen(*frame(t, false)), (Seen{{-1, inf}, {1, inf}, {2, s32(1)}, {4, s32(2)}, {5, s32(4)}}));
-  for (std::uint64_t mark : {5u, 1000u}) {
-    h.trail_mark = mark;
-    h.get_search_candidates(element);
-    EXPECT_EQ(seen(*frame(t, false)), (Seen{{-1, s32(5)}}));
-    EXPECT_EQ(seen(*frame(u, true)), (Seen{{-1, s32(3)}}));
-  }
-}
 
 // Both flags of a term give two frames; terms outside the element count for
 // nothing; each call refills the same array.
