@@ -105,7 +105,6 @@ public:
     if (lo.is_nan()) return l_Undef;
     return l_False;
   }
-
 };
 
 } // namespace qorv::fp
