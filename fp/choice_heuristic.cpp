@@ -14,7 +14,8 @@ namespace {
 // assigning onto a wide value may keep the destination's rational form.
 FpIntervalSearchFrame& reuse(FpIntervalSearchFrame& slot, FpIntervalSearchFrame const& frame) {
   bool narrow = frame.value.narrow() && frame.max_limit.narrow();
-  for (auto const& limit : frame.limits) narrow = narrow && limit.second.narrow();
+  for (auto const& limit : frame.limits)
+    narrow = narrow && limit.second.narrow();
   if (narrow)
     slot = frame;
   else
@@ -34,12 +35,21 @@ FpIntervalChoiceHeuristic::get_search_candidates(FpValueElement const& element) 
   lits_with_max_limit.clear(false);
   frames_by_lit.clear(false);
 
-  // The literal's frame, made on first meeting (the newest bound of the
-  // literal, which gives the frame its value).  Map entries never move.  The
-  // frame is built once, in its entry: the same entry, in the same place,
-  // with the same value as a default frame inserted and then assigned, but
-  // without the second frame and its queue's allocations.
+  // A literal's frame is reached one way, whatever the bound's position:
+  // `find` asks whether the map holds the literal; only when it does not is
+  // the entry made, through the insertion path of operator[] (its load check
+  // included), with the literal's frame.  A literal already present gets the
+  // entry that `find` returned: no load check and no second lookup.  So the
+  // bucket count, and with it the order of the result, depends only on the
+  // number of literals met, never on where the mark lies.
+  //
+  // The new frame is built once, straight in its entry: the same entry, in
+  // the same place and with the same value as a default frame made by
+  // operator[] and then assigned, without building a second frame, whose
+  // only effect would be allocations that leave nothing behind.
   auto frame_of = [this](TheoryLit lit, IEEEFloat const& v) -> FpIntervalSearchFrame& {
+    auto found = frames_by_lit.find(lit);
+    if (found != frames_by_lit.end()) return found->second;
     return frames_by_lit
         .insert_with(lit,
                      [&] {
@@ -57,17 +67,15 @@ FpIntervalChoiceHeuristic::get_search_candidates(FpValueElement const& element) 
     FpBoundElement const& e = *bounds[p - 1];
     TheoryLit const lit = e.lit;
     if (!element.terms.contains(lit.term())) continue;
+    FpIntervalSearchFrame& frame = frame_of(lit, e.value);
     if (p > mark) {
       // Positions reach the frame as 32-bit ints (wrapping past INT32_MAX).
-      frame_of(lit, e.value).push_limit(static_cast<std::int32_t>(p), e.value);
+      frame.push_limit(static_cast<std::int32_t>(p), e.value);
       continue;
     }
-    // A literal already in the set already has its frame, so a repeated
-    // literal at or before the mark costs one set probe and nothing else.
     unsigned long index;
     decltype(lits_with_max_limit)::Bucket* entry;
-    if (lits_with_max_limit.do_insert(lit, &index, &entry))
-      frame_of(lit, e.value).set_max_limit(e.value);
+    if (lits_with_max_limit.do_insert(lit, &index, &entry)) frame.set_max_limit(e.value);
   }
 
   // Entries never move, but the vector would copy frames on reallocation

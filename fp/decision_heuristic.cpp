@@ -4,9 +4,10 @@
 // Exception safety: the only state decide() changes before its last step is
 // the candidate list (scratch, emptied by the next call), the generator state
 // and the trail's map (new intervals are valid intervals).  The last decision
-// is written only after the domain has made the element, and only by moves
-// that cannot fail, so an exception from the host, from IEEEFloat or from an
-// allocation leaves the last decision as it was and never strands an element.
+// is written only after the domain has made the element; its value is an
+// all-or-nothing assignment, and when that fails the element goes back to the
+// domain, so an exception from the host, from IEEEFloat or from an allocation
+// leaves the last decision as it was and never strands an element.
 #include "fp/interval_heuristics.h"
 
 #include "host/pick_mid.h"
@@ -67,8 +68,7 @@ FpBoundElement* FpIntervalDecisionHeuristic::decide() {
   if (candidates_.empty()) return &domain_.no_decision;
 
   // The decided value is built here and handed to the domain, which copies
-  // it; afterwards it moves into the last decision, so recording cannot fail
-  // and an element once made is never lost to an exception.
+  // it into the new element.
   Term const* chosen = nullptr;
   bool flag = true;
   IEEEFloat value;
@@ -101,7 +101,20 @@ FpBoundElement* FpIntervalDecisionHeuristic::decide() {
   }
 
   FpBoundElement* e = domain_.new_FpBoundElement(flag, chosen, value);
-  last_decision_.value = std::move(value); // equal to e->value; cannot throw
+  // The last decision takes a copy of e's value by assignment, never by a
+  // move: for wide formats the rational assignment rules decide the form of
+  // the destination (a big form stays big), and the recorded value must have
+  // exactly that form.  That assignment may allocate (a small wide value
+  // receiving a big one); it is all-or-nothing, and should it fail the new
+  // element goes back to the domain, so an exception strands no element and
+  // leaves the last decision as it was.
+  struct GiveBack {
+    FpIntervalDomain& domain;
+    FpBoundElement* element;
+    ~GiveBack() { domain.release_FpBoundElement(element); } // noexcept
+  } give_back{domain_, e};
+  last_decision_.value = e->value;
+  give_back.element = nullptr;
   last_decision_.lit = e->lit;
   return e;
 }

@@ -61,10 +61,10 @@ struct GetKey_pair {
 
 // The bucket counts, ascending; all below 2^32.
 inline constexpr std::uint64_t primes[28] = {
-    31,        73,        151,        313,        643,        1291,       2593,
-    5233,      10501,     21013,      42073,      84181,      168451,     337219,
-    674701,    1349473,   2699299,    5398891,    10798093,   21596719,   43193641,
-    86387383,  172775299, 345550609,  691101253,  1382202559, 2764405229, 4294867387};
+    31,       73,        151,       313,       643,        1291,       2593,
+    5233,     10501,     21013,     42073,     84181,      168451,     337219,
+    674701,   1349473,   2699299,   5398891,   10798093,   21596719,   43193641,
+    86387383, 172775299, 345550609, 691101253, 1382202559, 2764405229, 4294867387};
 
 namespace detail {
 
@@ -133,9 +133,8 @@ public:
         : table_(table), index_(index), entry_(entry) {}
     // An iterator converts implicitly to a const_iterator.
     template <bool Other>
-      requires(Const && !Other)
-    basic_iterator(basic_iterator<Other> const& it) noexcept
-        : table_(it.table()), index_(it.index()), entry_(it.entry()) {}
+    requires(Const && !Other) basic_iterator(basic_iterator<Other> const& it)
+    noexcept : table_(it.table()), index_(it.index()), entry_(it.entry()) {}
 
     reference operator*() const noexcept {
       assert(entry_ && "dereferencing end()");
@@ -371,13 +370,19 @@ class HashMap : public Hashtable<std::pair<K, V>, GetKey_pair<K, V>, K, Hash, Eq
   using Base = Hashtable<std::pair<K, V>, GetKey_pair<K, V>, K, Hash, Eq>;
 
 public:
-  // The mapped value of k, inserting (k, V()) first when k is absent, as
-  // do_insert would, load check included.  The pair is built only for an
-  // absent key: building and dropping it has no effect that could be seen,
-  // and skipping it keeps a lookup of a present key down to the hash probe.
-  // The reference stays valid until clear() or destruction.
+  // The mapped value of k, inserting (k, V()) first when k is absent.  The
+  // pair (k, V()) is built on every call, present key or not, and before the
+  // load check: a mapped type whose default constructor allocates or throws
+  // therefore fails here even for a present key, with the table untouched
+  // (no rehash, no entry).  Then exactly do_insert with that pair: load check,
+  // bucket, chain walk, and for an absent key a copy of the pair in a new
+  // entry.  The reference stays valid until clear() or destruction.
   V& operator[](K const& k) {
-    return this->insert_with(k, [&k] { return std::pair<K, V>(k, V()); })->value.second;
+    std::pair<K, V> const fresh(k, V());
+    unsigned long index;
+    typename Base::Bucket* entry;
+    this->do_insert(fresh, &index, &entry);
+    return entry->value.second;
   }
 };
 

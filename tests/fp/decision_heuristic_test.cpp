@@ -12,14 +12,19 @@ namespace {
 
 using namespace fixture;
 
-std::uint64_t lcg(std::uint64_t s) { return (s * 0x5DEECE66DULL + 11) & ((1ULL << 48) - 1); }
+std::uint64_t lcg(std::uint64_t s) {
+  return (s * 0x5DEECE66DULL + 11) & ((1ULL << 48) - 1);
+}
 
 struct DecisionHeuristicTest : HostTest {
   FpDecDepManager manager;
   FpIntervalDecisionHeuristic h{domain, trail, manager};
   std::vector<FpBoundElement*> made; // decided, not asserted
 
-  ~DecisionHeuristicTest() override { for (auto* e : made) domain.release_FpBoundElement(e); }
+  ~DecisionHeuristicTest() override {
+    for (auto* e : made)
+      domain.release_FpBoundElement(e);
+  }
   // A new variable at the end of the term list, which is all first segment;
   // a closed one has an interval without NaN.
   Term const* add(Format f = single, bool closed = false) {
@@ -46,7 +51,8 @@ struct DecisionHeuristicTest : HostTest {
 
 TEST_F(DecisionHeuristicTest, DrawsThenWalksRoundRobin) {
   std::vector<Term const*> ts;
-  for (int i = 0; i < 5; ++i) ts.push_back(add(single, true));
+  for (int i = 0; i < 5; ++i)
+    ts.push_back(add(single, true));
   FpBoundElement* e = decide();
   EXPECT_EQ(lcg(42), 0xF692DDCDEDu);
   EXPECT_EQ(e->lit, TheoryLit::make(ts[3], true)); // 16159453 % 5, then bit 16 set
@@ -108,7 +114,8 @@ TEST_F(DecisionHeuristicTest, NoDecisionOrHostExceptionChangesNothing) {
   manager.terms.push_back(tm.mk_var("b", tm.bool_sort())); // has no interval
   EXPECT_THROW(h.decide(), std::invalid_argument);
   EXPECT_EQ(h.generator_state(), s);
-  EXPECT_TRUE(h.last_decision().lit == last->lit && payload_equal(h.last_decision().value, last->value));
+  EXPECT_TRUE(h.last_decision().lit == last->lit &&
+              payload_equal(h.last_decision().value, last->value));
   EXPECT_EQ(domain.live_elements(), made.size());
 }
 
@@ -133,23 +140,43 @@ TEST_F(DecisionHeuristicTest, SingletonByPatternAndInvertedIntervalsSplit) {
   EXPECT_TRUE(e->term() == t && payload_equal(e->value, h.pick_mid_point(t)));
 }
 
+// The last decision is recorded by assignment: once it holds a big-form wide
+// value (-inf of Float128 needs more than 63 bits), a later value that would
+// fit the small form is assigned into the big form and stays big.
+TEST_F(DecisionHeuristicTest, LastDecisionIsAssignedKeepingTheBigForm) {
+  Term const* wide = add(quad);
+  FpBoundElement* nan_step = decide();
+  expect_not_nan(nan_step, wide, quad);
+  EXPECT_TRUE(h.last_decision().value.payload_q().is_big());
+  set(wide, IEEEFloat::from_bits(std::uint64_t{0}, quad),
+      IEEEFloat::from_bits(std::uint64_t{6}, quad));
+  FpBoundElement* split = decide();
+  ASSERT_EQ(split->term(), wide);
+  EXPECT_FALSE(split->value.payload_q().is_big());
+  EXPECT_TRUE(payload_equal(h.last_decision().value, split->value));
+  EXPECT_TRUE(h.last_decision().value.payload_q().is_big()) << "moved in, not assigned";
+}
+
 // Asserting every decision reaches single values: per term one "not NaN",
 // then bisection by packed rank (one per bit) and a few flag draws.
 TEST_F(DecisionHeuristicTest, SearchReachesSingleValuesInBoundedSteps) {
   std::vector<Format> const formats = {half, single, {11, 53}, quad};
   std::vector<Term const*> ts;
   std::vector<std::uint64_t> per_term(formats.size(), 0);
-  for (Format f : formats) ts.push_back(add(f));
+  for (Format f : formats)
+    ts.push_back(add(f));
   std::size_t steps = 0;
   for (FpBoundElement* e; !domain.is_no_decision(e = h.decide()); ++steps) {
     if (steps < ts.size()) expect_not_nan(e, ts[steps], formats[steps]);
     trail.assert_bound(e);
     std::size_t i = 0;
-    while (ts[i] != e->term()) ++i;
+    while (ts[i] != e->term())
+      ++i;
     ASSERT_LE(++per_term[i], 4 + formats[i].eb + formats[i].sb) << "term " << i;
   }
   trail.check_invariants();
-  for (Term const* t : ts) EXPECT_TRUE(h.singleton(t));
+  for (Term const* t : ts)
+    EXPECT_TRUE(h.singleton(t));
 }
 
 } // namespace
