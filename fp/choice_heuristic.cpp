@@ -8,19 +8,34 @@
 namespace qorv::fp {
 
 namespace {
-// Makes `slot` a member-wise copy of `frame`.  When every value of the frame
-// is a 32/64-bit pattern, assignment gives exactly that and keeps the slot's
-// queue blocks.  Wider values are copied afresh and moved in, because
-// assigning onto a wide value may keep the destination's rational form.
-FpIntervalSearchFrame& reuse(FpIntervalSearchFrame& slot, FpIntervalSearchFrame const& frame) {
-  bool narrow = frame.value.narrow() && frame.max_limit.narrow();
-  for (auto const& limit : frame.limits)
-    narrow = narrow && limit.second.narrow();
-  if (narrow)
-    slot = frame;
+// `to` becomes a copy of `from` equal to a freshly copy-constructed value.
+// A 32/64-bit value is a bit pattern, and assignment gives exactly that;
+// wider values are copied afresh and moved in, because assigning onto a wide
+// value may keep the destination's rational form.
+void assign_fresh(IEEEFloat& to, IEEEFloat const& from) {
+  if (from.narrow() && to.narrow())
+    to = from;
   else
-    slot = FpIntervalSearchFrame(frame);
-  return slot;
+    to = IEEEFloat(from);
+}
+
+// Makes `slot` what the result holds for `frame`: a member-wise copy of the
+// frame, then for a literal without a bound at or before the mark the
+// infinite maximum limit, then fixed.  The copy is made member by member in
+// field order over the slot (the frames of the previous call are reused, as
+// they are kept), and the copy of the limits and fix_limits() are made in one
+// pass (LimitQueue::assign_shifted): every value that ends up in the slot is
+// a fresh copy of the value that the copy-then-fix sequence would put there,
+// so the result is the same, also in the rational form of wide values.
+void fill(FpIntervalSearchFrame& slot, FpIntervalSearchFrame const& frame, bool has_max_limit) {
+  slot.lit = frame.lit;
+  assign_fresh(slot.value, frame.value);
+  if (has_max_limit)
+    assign_fresh(slot.max_limit, frame.max_limit);
+  else
+    slot.set_max_limit_inf();
+  slot.limits.assign_shifted(frame.limits, -1, slot.max_limit);
+  slot.counter = frame.counter;
 }
 } // namespace
 
@@ -45,19 +60,40 @@ FpIntervalChoiceHeuristic::get_search_candidates(FpValueElement const& element) 
   //
   // The new frame is built once, straight in its entry: the same entry, in
   // the same place and with the same value as a default frame made by
-  // operator[] and then assigned, without building a second frame, whose
-  // only effect would be allocations that leave nothing behind.
+  // operator[] and then assigned, without building a second frame.  A
+  // default frame allocates nothing and cannot throw, so nothing observable
+  // tells the two apart.  The frame's limits draw on the heuristic's pool.
+  //
+  // The first bound met on a literal always sets the frame's maximum limit
+  // to its value right away (push_limit does, and so does the set insertion,
+  // since a literal gets into the set only after its frame is made).  So for
+  // a 32/64-bit value, whose assignment leaves no trace of the old value,
+  // the frame is built with that maximum limit rather than the infinite one
+  // that would be overwritten at once.  A wide value is built through the
+  // constructor: assigning onto the infinite limit keeps its rational form.
   auto frame_of = [this](TheoryLit lit, IEEEFloat const& v) -> FpIntervalSearchFrame& {
     auto found = frames_by_lit.find(lit);
     if (found != frames_by_lit.end()) return found->second;
-    return frames_by_lit
-        .insert_with(lit,
-                     [&] {
-                       return std::pair<TheoryLit, FpIntervalSearchFrame>(
-                           std::piecewise_construct, std::forward_as_tuple(lit),
-                           std::forward_as_tuple(lit.flag(), lit.term(), v));
-                     })
-        ->value.second;
+    using Entry = std::pair<TheoryLit, FpIntervalSearchFrame>;
+    bool const narrow = v.narrow();
+    FpIntervalSearchFrame& frame =
+        frames_by_lit
+            .insert_with(lit,
+                         [&] {
+                           if (narrow)
+                             return Entry(std::piecewise_construct, std::forward_as_tuple(lit),
+                                          std::tuple<>());
+                           return Entry(std::piecewise_construct, std::forward_as_tuple(lit),
+                                        std::forward_as_tuple(lit.flag(), lit.term(), v));
+                         })
+            ->value.second;
+    if (narrow) {
+      frame.lit = lit;
+      frame.value = v;
+      frame.max_limit = v;
+    }
+    frame.limits.set_pool(&limit_blocks_);
+    return frame;
   };
 
   // Newest bound first: each bound after the mark becomes a limit (pushed to
@@ -78,21 +114,19 @@ FpIntervalChoiceHeuristic::get_search_candidates(FpValueElement const& element) 
     if (lits_with_max_limit.do_insert(lit, &index, &entry)) frame.set_max_limit(e.value);
   }
 
-  // Entries never move, but the vector would copy frames on reallocation
-  // (a deque's move may throw), so size it once.  The frames of the previous
-  // call are assigned over rather than destroyed and copied anew: the result
-  // is the same sequence of member-wise copies, and an assigned queue keeps
-  // the blocks it already has, so a warm call allocates no queue storage for
-  // the result.  Frames left over at the end are dropped.
+  // Entries never move, but the vector moves its frames when it grows, so
+  // size it once.  The frames of the previous call are assigned over (kept
+  // as they are) rather than destroyed and copied anew: the result is the
+  // same sequence of member-wise copies, in the same order, and the slots
+  // keep drawing their limits' blocks from the heuristic's pool.  A new slot
+  // is a default frame (no allocation) bound to the pool, then assigned.
+  // Frames left over at the end are dropped, their blocks kept by the pool.
   search_candidates.reserve(frames_by_lit.size());
   std::size_t used = 0;
   for (auto const& [lit, frame] : frames_by_lit) {
-    FpIntervalSearchFrame& c = used < search_candidates.size()
-                                   ? reuse(search_candidates[used], frame)
-                                   : search_candidates.emplace_back(frame);
-    ++used;
-    if (!lits_with_max_limit.contains(lit)) c.set_max_limit_inf();
-    c.fix_limits();
+    if (used == search_candidates.size())
+      search_candidates.emplace_back().limits.set_pool(&limit_blocks_);
+    fill(search_candidates[used++], frame, lits_with_max_limit.contains(lit));
   }
   search_candidates.erase(search_candidates.begin() + static_cast<std::ptrdiff_t>(used),
                           search_candidates.end());

@@ -37,16 +37,28 @@ std::uint64_t FpIntervalDecisionHeuristic::advance() noexcept {
 }
 
 // The term's interval, given its first entry on first use.  operator[] is the
-// one hash operation: it finds the entry or inserts an empty interval.
-FpValueInterval& FpIntervalDecisionHeuristic::interval_of(Term const* t) {
+// one hash operation: it finds the entry or inserts an empty interval.  The
+// lookup is inline (decide() makes one per term); the first entry, made once
+// per term, is out of line.
+inline FpValueInterval& FpIntervalDecisionHeuristic::interval_of(Term const* t) {
   FpValueInterval& iv = trail_.intervals[t];
-  if (iv.empty()) iv.init(trail_.tm, t);
+  if (iv.empty()) [[unlikely]]
+    init_interval(iv, t);
   return iv;
 }
 
-bool FpIntervalDecisionHeuristic::singleton(Term const* t) {
+[[gnu::noinline]] void FpIntervalDecisionHeuristic::init_interval(FpValueInterval& iv,
+                                                                  Term const* t) {
+  iv.init(trail_.tm, t);
+}
+
+inline bool FpIntervalDecisionHeuristic::is_single(Term const* t) {
   FpValueInterval const& iv = interval_of(t);
   return payload_equal(iv.upper(), iv.lower());
+}
+
+bool FpIntervalDecisionHeuristic::singleton(Term const* t) {
+  return is_single(t);
 }
 
 IEEEFloat FpIntervalDecisionHeuristic::pick_mid_point(Term const* t) {
@@ -61,10 +73,10 @@ FpBoundElement* FpIntervalDecisionHeuristic::decide() {
   // read as the end, so a stale position never reads outside the list.
   std::size_t const split = manager_.split < terms.size() ? manager_.split : terms.size();
   for (std::size_t i = 0; i < split; ++i)
-    if (!singleton(terms[i])) candidates_.push_back(terms[i]);
+    if (!is_single(terms[i])) candidates_.push_back(terms[i]);
   if (candidates_.empty())
     for (std::size_t i = split; i < terms.size(); ++i)
-      if (!singleton(terms[i])) candidates_.push_back(terms[i]);
+      if (!is_single(terms[i])) candidates_.push_back(terms[i]);
   if (candidates_.empty()) return &domain_.no_decision;
 
   // The decided value is built here and handed to the domain, which copies

@@ -2,10 +2,13 @@
 // over prime-sized bucket arrays, every entry in its own pool block.
 //
 // Layout: a MemoryPool of entry blocks (16, 2.0, 8192), the bucket array (one
-// chain head per bucket, null when empty) and the element count; a fourth,
-// derived member caches the exact reciprocal of the bucket count, so that a
-// key's bucket index (hash modulo bucket count) costs a few multiplications
-// instead of a hardware 64-bit division while staying bit-identical to `%`.
+// chain head per bucket, null when empty) and the element count; two derived
+// members follow.  One caches the exact reciprocal of the bucket count, so
+// that a key's bucket index (hash modulo bucket count) costs a few
+// multiplications instead of a hardware 64-bit division while staying
+// bit-identical to `%`; the other caches the least element count at which the
+// single-precision load check fires, so that the check costs one comparison
+// and gives the same answer for every count.
 //
 // Invariants: the bucket count is an entry of `primes` (31 for a new table);
 // every entry lies in the chain of its key's bucket; keys are unique; the
@@ -101,6 +104,17 @@ std::uint64_t prime_at_least(std::uint64_t n) noexcept;
 bool is_table_prime(std::uint64_t n) noexcept;
 // The reciprocal of a divisor p >= 2: precomputed for the entries of `primes`.
 Reciprocal reciprocal_of(std::uint64_t prime) noexcept;
+// The load check: whether count / buckets, each converted to single
+// precision and divided in single precision, then widened, exceeds 0.7.
+inline bool over_load_limit(std::uint64_t count, std::uint64_t buckets) noexcept {
+  float const load = static_cast<float>(count) / static_cast<float>(buckets);
+  return static_cast<double>(load) > 0.7;
+}
+// The least element count at which the load check fires for `buckets`
+// buckets.  The check only ever turns from false to true as the count grows
+// (conversion and division round monotonically), so `count >= threshold` is
+// exactly the check.  Precomputed for the entries of `primes`.
+std::uint64_t load_threshold(std::uint64_t buckets) noexcept;
 // Reports a broken table invariant and aborts.
 [[noreturn]] void table_violation(char const* what) noexcept;
 
@@ -233,6 +247,7 @@ public:
     std::vector<Bucket*> old(p, nullptr);
     old.swap(buckets_);
     recip_ = detail::reciprocal_of(p);
+    grow_at_ = detail::load_threshold(p);
     for (Bucket* head : old) {
       while (head) {
         Bucket* next = head->next;
@@ -272,6 +287,9 @@ public:
     if (!detail::is_table_prime(n)) detail::table_violation("bucket count is not a table prime");
     if (!(recip_ == detail::reciprocal_of(n)))
       detail::table_violation("cached reciprocal does not match the bucket count");
+    if (grow_at_ != detail::load_threshold(n) || !detail::over_load_limit(grow_at_, n) ||
+        (grow_at_ != 0 && detail::over_load_limit(grow_at_ - 1, n)))
+      detail::table_violation("cached load threshold does not match the bucket count");
     std::uint64_t seen = 0;
     for (std::uint64_t i = 0; i < n; ++i) {
       for (Bucket const* b = buckets_[i]; b; b = b->next) {
@@ -323,8 +341,9 @@ private:
     }
   }
 
+protected:
   // The one insertion path: load check, bucket, chain walk, and on a miss a
-  // new entry at the head of its chain.
+  // new entry at the head of its chain, whose value make() returns.
   template <class Make>
   Bucket* emplace(K const& key, unsigned long* index, bool* inserted, Make&& make) {
     grow_if_loaded();
@@ -333,18 +352,28 @@ private:
     *inserted = false;
     for (Bucket* b = buckets_[i]; b; b = b->next)
       if (Eq()(GetKey()(b->value), key)) return b;
+    *inserted = true;
+    return link_new(i, make);
+  }
+
+private:
+  // The miss path of emplace, out of line so that lookups of present keys
+  // stay small enough to inline.
+  template <class Make>
+  [[gnu::noinline]] Bucket* link_new(unsigned long i, Make& make) {
     Bucket* fresh = new_Bucket_with(make);
     fresh->next = buckets_[i];
     buckets_[i] = fresh;
     ++count_;
-    *inserted = true;
     return fresh;
   }
 
+  // The load check, as one comparison with the cached threshold.
   void grow_if_loaded() {
-    float load = static_cast<float>(count_) / static_cast<float>(buckets_.size());
-    if (static_cast<double>(load) > 0.7) rehash(buckets_.size() + 1);
+    if (count_ >= grow_at_) [[unlikely]]
+      grow();
   }
+  [[gnu::noinline]] void grow() { rehash(buckets_.size() + 1); }
 
   void destroy_entries() noexcept {
     if (count_ == 0) return;
@@ -363,6 +392,7 @@ private:
   std::vector<Bucket*> buckets_;
   std::uint64_t count_ = 0;
   detail::Reciprocal recip_ = detail::make_reciprocal(primes[0]); // derived from buckets_.size()
+  std::uint64_t grow_at_ = 22; // derived: load_threshold(buckets_.size()), 22 for 31 buckets
 };
 
 template <class K, class V, class Hash = hash<K>, class Eq = std::equal_to<K>>
@@ -380,9 +410,9 @@ public:
   V& operator[](K const& k) {
     std::pair<K, V> const fresh(k, V());
     unsigned long index;
-    typename Base::Bucket* entry;
-    this->do_insert(fresh, &index, &entry);
-    return entry->value.second;
+    bool inserted;
+    // do_insert(fresh, ...), with the key passed as the value it holds.
+    return this->emplace(k, &index, &inserted, [&fresh] { return fresh; })->value.second;
   }
 };
 

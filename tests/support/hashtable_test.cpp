@@ -37,6 +37,10 @@ TEST(Hashtable, FastRemainderAndBucketCountChoice) {
     for (std::uint64_t h : hs)
       if (detail::fast_remainder(h, c, p) != h % p) FAIL() << h << " % " << p;
   }
+  for (std::uint64_t p : primes) { // the cached load threshold is the check's edge
+    std::uint64_t const t = detail::load_threshold(p);
+    EXPECT_TRUE(detail::over_load_limit(t, p) && !detail::over_load_limit(t - 1, p)) << p;
+  }
   for (auto [n, p] : {std::pair<std::uint64_t, std::uint64_t>{0, 31},
                       {31, 31},
                       {32, 73},
