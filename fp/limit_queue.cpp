@@ -135,6 +135,23 @@ void LimitQueue::copy_from(LimitQueue const& other) {
 
 void LimitQueue::assign_shifted(LimitQueue const& src, std::int32_t front_position,
                                 IEEEFloat const& front_value) {
+  // Same length and 32/64-bit values (a frame's values share one format):
+  // assigning over the limits in place gives exactly the fresh copies, since
+  // such a value is its bit pattern, and assignment of these cannot fail.
+  // A wide value met on the way sends the rest to the general path.
+  if (size_ == src.size_ + 1) {
+    iterator to = begin();
+    IEEEFloat const* prev = &front_value;
+    bool narrow = prev->narrow();
+    if (narrow) to->first = front_position, to->second = front_value;
+    for (auto cur = src.begin(); narrow && cur != src.end(); ++cur) {
+      (++to)->first = cur->first;
+      to->second = *prev;
+      prev = &cur->second;
+      narrow = prev->narrow();
+    }
+    if (narrow) return;
+  }
   release_all();
   mirror(src, [&front_value](Limit* to, Limit const* prev, Limit const& cur) {
     ::new (static_cast<void*>(to)) Limit(cur.first, prev ? prev->second : front_value);
