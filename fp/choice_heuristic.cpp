@@ -64,13 +64,13 @@ FpIntervalChoiceHeuristic::get_search_candidates(FpValueElement const& element) 
   // default frame allocates nothing and cannot throw, so nothing observable
   // tells the two apart.  The frame's limits draw on the heuristic's pool.
   //
-  // The first bound met on a literal always sets the frame's maximum limit
-  // to its value right away (push_limit does, and so does the set insertion,
-  // since a literal gets into the set only after its frame is made).  So for
-  // a 32/64-bit value, whose assignment leaves no trace of the old value,
-  // the frame is built with that maximum limit rather than the infinite one
-  // that would be overwritten at once.  A wide value is built through the
-  // constructor: assigning onto the infinite limit keeps its rational form.
+  // Every frame's maximum limit is assigned before anything reads it: by the
+  // set insertion of its first bound at or before the mark, or else by the
+  // catch-up of its pushes after the walk.  So for a 32/64-bit value, whose
+  // assignment leaves no trace of the old value, the frame is built without
+  // the infinite limit that would be overwritten anyway.  A wide value is
+  // built through the constructor: assigning onto the infinite limit keeps
+  // its rational form.
   auto frame_of = [this](TheoryLit lit, IEEEFloat const& v) -> FpIntervalSearchFrame& {
     auto found = frames_by_lit.find(lit);
     if (found != frames_by_lit.end()) return found->second;
@@ -90,7 +90,6 @@ FpIntervalChoiceHeuristic::get_search_candidates(FpValueElement const& element) 
     if (narrow) {
       frame.lit = lit;
       frame.value = v;
-      frame.max_limit = v;
     }
     frame.limits.set_pool(&limit_blocks_);
     return frame;
@@ -105,8 +104,10 @@ FpIntervalChoiceHeuristic::get_search_candidates(FpValueElement const& element) 
     if (!element.terms.contains(lit.term())) continue;
     FpIntervalSearchFrame& frame = frame_of(lit, e.value);
     if (p > mark) {
-      // Positions reach the frame as 32-bit ints (wrapping past INT32_MAX).
-      frame.push_limit(static_cast<std::int32_t>(p), e.value);
+      // push_limit, whose assignment of the maximum limit is caught up below
+      // (only the last one of a literal's pushes can last).  Positions reach
+      // the frame as 32-bit ints (wrapping past INT32_MAX).
+      frame.limits.emplace_front(static_cast<std::int32_t>(p), e.value);
       continue;
     }
     unsigned long index;
@@ -123,10 +124,17 @@ FpIntervalChoiceHeuristic::get_search_candidates(FpValueElement const& element) 
   // Frames left over at the end are dropped, their blocks kept by the pool.
   search_candidates.reserve(frames_by_lit.size());
   std::size_t used = 0;
-  for (auto const& [lit, frame] : frames_by_lit) {
+  for (auto& [lit, frame] : frames_by_lit) {
+    bool const has_max_limit = lits_with_max_limit.contains(lit);
+    // The maximum limit that the pushes above would have left: the value of
+    // the last limit pushed, unless a bound at or before the mark set it
+    // afterwards.  One assignment instead of one per push gives the same
+    // value, and the same form for wide values (a wide frame starts from the
+    // infinite limit, whose rational is big and so stays big either way).
+    if (!has_max_limit) frame.max_limit = frame.limits.front().second;
     if (used == search_candidates.size())
       search_candidates.emplace_back().limits.set_pool(&limit_blocks_);
-    fill(search_candidates[used++], frame, lits_with_max_limit.contains(lit));
+    fill(search_candidates[used++], frame, has_max_limit);
   }
   search_candidates.erase(search_candidates.begin() + static_cast<std::ptrdiff_t>(used),
                           search_candidates.end());

