@@ -4,9 +4,10 @@
 // Exception safety: the only state decide() changes before its last step is
 // the candidate list (scratch, emptied by the next call), the generator state
 // and the trail's map (new intervals are valid intervals).  The last decision
-// is written only after the domain has made the element, and only by moves
-// that cannot fail, so an exception from the host, from IEEEFloat or from an
-// allocation leaves the last decision as it was and never strands an element.
+// is written only after the domain has made the element; its value is an
+// all-or-nothing assignment, and when that fails the element goes back to the
+// domain, so an exception from the host, from IEEEFloat or from an allocation
+// leaves the last decision as it was and never strands an element.
 #include "fp/interval_heuristics.h"
 
 #include "host/pick_mid.h"
@@ -36,16 +37,28 @@ std::uint64_t FpIntervalDecisionHeuristic::advance() noexcept {
 }
 
 // The term's interval, given its first entry on first use.  operator[] is the
-// one hash operation: it finds the entry or inserts an empty interval.
-FpValueInterval& FpIntervalDecisionHeuristic::interval_of(Term const* t) {
+// one hash operation: it finds the entry or inserts an empty interval.  The
+// lookup is inline (decide() makes one per term); the first entry, made once
+// per term, is out of line.
+inline FpValueInterval& FpIntervalDecisionHeuristic::interval_of(Term const* t) {
   FpValueInterval& iv = trail_.intervals[t];
-  if (iv.empty()) iv.init(trail_.tm, t);
+  if (iv.empty()) [[unlikely]]
+    init_interval(iv, t);
   return iv;
 }
 
-bool FpIntervalDecisionHeuristic::singleton(Term const* t) {
+[[gnu::noinline]] void FpIntervalDecisionHeuristic::init_interval(FpValueInterval& iv,
+                                                                  Term const* t) {
+  iv.init(trail_.tm, t);
+}
+
+inline bool FpIntervalDecisionHeuristic::is_single(Term const* t) {
   FpValueInterval const& iv = interval_of(t);
   return payload_equal(iv.upper(), iv.lower());
+}
+
+bool FpIntervalDecisionHeuristic::singleton(Term const* t) {
+  return is_single(t);
 }
 
 IEEEFloat FpIntervalDecisionHeuristic::pick_mid_point(Term const* t) {
@@ -60,15 +73,14 @@ FpBoundElement* FpIntervalDecisionHeuristic::decide() {
   // read as the end, so a stale position never reads outside the list.
   std::size_t const split = manager_.split < terms.size() ? manager_.split : terms.size();
   for (std::size_t i = 0; i < split; ++i)
-    if (!singleton(terms[i])) candidates_.push_back(terms[i]);
+    if (!is_single(terms[i])) candidates_.push_back(terms[i]);
   if (candidates_.empty())
     for (std::size_t i = split; i < terms.size(); ++i)
-      if (!singleton(terms[i])) candidates_.push_back(terms[i]);
+      if (!is_single(terms[i])) candidates_.push_back(terms[i]);
   if (candidates_.empty()) return &domain_.no_decision;
 
   // The decided value is built here and handed to the domain, which copies
-  // it; afterwards it moves into the last decision, so recording cannot fail
-  // and an element once made is never lost to an exception.
+  // it into the new element.
   Term const* chosen = nullptr;
   bool flag = true;
   IEEEFloat value;
@@ -101,7 +113,20 @@ FpBoundElement* FpIntervalDecisionHeuristic::decide() {
   }
 
   FpBoundElement* e = domain_.new_FpBoundElement(flag, chosen, value);
-  last_decision_.value = std::move(value); // equal to e->value; cannot throw
+  // The last decision takes a copy of e's value by assignment, never by a
+  // move: for wide formats the rational assignment rules decide the form of
+  // the destination (a big form stays big), and the recorded value must have
+  // exactly that form.  That assignment may allocate (a small wide value
+  // receiving a big one); it is all-or-nothing, and should it fail the new
+  // element goes back to the domain, so an exception strands no element and
+  // leaves the last decision as it was.
+  struct GiveBack {
+    FpIntervalDomain& domain;
+    FpBoundElement* element;
+    ~GiveBack() { domain.release_FpBoundElement(element); } // noexcept
+  } give_back{domain_, e};
+  last_decision_.value = e->value;
+  give_back.element = nullptr;
   last_decision_.lit = e->lit;
   return e;
 }

@@ -21,6 +21,7 @@
 #pragma once
 
 #include "fp/fp_value_interval.h"
+#include "fp/limit_queue.h"
 #include "host/fp_host.h"
 #include "host/ieee_float.h"
 #include "host/terms.h"
@@ -28,7 +29,6 @@
 #include "support/hashtable.h"
 
 #include <cstdint>
-#include <deque>
 #include <string>
 #include <utility>
 #include <vector>
@@ -59,6 +59,8 @@ public:
 
 private:
   FpValueInterval& interval_of(Term const* t);
+  void init_interval(FpValueInterval& iv, Term const* t);
+  bool is_single(Term const* t);    // singleton(), inline for decide()
   std::uint64_t advance() noexcept; // one drand48 step; returns the new state
 
   FpIntervalDomain& domain_;
@@ -70,13 +72,17 @@ private:
 };
 
 // A plain value: copies are deep (limits copied one by one) and member-wise in
-// field order, so a copy and its source change independently.  The infinite
+// field order, so a copy and its source change independently.  The limits
+// are a double-ended queue that grows at the front (LimitQueue): insertion
+// there is constant time and never moves a stored limit, and an empty queue
+// owns no memory, so building, copying or destroying a frame without limits
+// allocates nothing and cannot fail.  The infinite
 // limit is NaN when the flag is set and +inf when clear, in the value's format.
 // Once fixed (as the choice heuristic hands frames out) the front limit is
 // (-1, max_limit) and the other positions ascend toward the back.
 class FpIntervalSearchFrame : public FpBoundElement {
 public:
-  using Limit = std::pair<int, IEEEFloat>; // (position, value)
+  using Limit = fp::Limit; // (position, value)
 
   // tlit_Undef, default values, no limits, counter 0.
   FpIntervalSearchFrame();
@@ -105,7 +111,7 @@ public:
   std::string to_str() const;
 
   IEEEFloat max_limit;
-  std::deque<Limit> limits;
+  LimitQueue limits;
   std::int32_t counter = 0; // never changed here: the host's, kept and printed deliberately
 
 private:
@@ -113,7 +119,10 @@ private:
 };
 
 // The working tables and the result array are emptied, not freed, at every
-// call, so a warmed-up heuristic allocates only for the frames it copies out.
+// call, and the limits of every frame the heuristic holds (in its map and in
+// its result) take their blocks from a pool that it keeps, so once warmed up
+// on a trail of one shape a call makes no heap allocation (for values of
+// 32/64-bit formats; a wider value owns a rational, allocated by every copy).
 class FpIntervalChoiceHeuristic {
 public:
   FpIntervalChoiceHeuristic(FpIntervalDomain& domain, FpBoundsTrail& trail);
@@ -130,6 +139,12 @@ public:
   FpIntervalDomain& domain;
   FpBoundsTrail& trail;
   std::uint64_t trail_mark = 0; // bounds at positions 1..trail_mark form the base
+
+private:
+  // Declared before the frames that draw on it, so that it outlives them.
+  LimitBlockPool limit_blocks_;
+
+public:
   std::vector<FpIntervalSearchFrame> search_candidates;
   hsh::HashMap<TheoryLit, FpIntervalSearchFrame> frames_by_lit;
   hsh::HashSet<TheoryLit> lits_with_max_limit;

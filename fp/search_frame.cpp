@@ -22,7 +22,9 @@ IEEEFloat FpIntervalSearchFrame::infinite_limit() const {
   return flag() ? IEEEFloat::nan(f) : IEEEFloat::inf(f, false);
 }
 
-void FpIntervalSearchFrame::set_max_limit_inf() { max_limit = infinite_limit(); }
+void FpIntervalSearchFrame::set_max_limit_inf() {
+  max_limit = infinite_limit();
+}
 
 bool FpIntervalSearchFrame::max_limit_inf() const {
   assert(!limits.empty() && "max_limit_inf reads the front limit; fix the frame first");
@@ -38,13 +40,15 @@ void FpIntervalSearchFrame::fix_limits() {
   }
   // Both copies of M that the result needs are made before anything changes;
   // the shift below only moves values (noexcept), so a failed allocation
-  // leaves the frame as it was.  Walking from the back reads every value
-  // before it is overwritten; the last value leaves the queue.
-  IEEEFloat m(max_limit);
+  // leaves the frame as it was.  The values move one place toward the back
+  // in one pass from the front, carrying each value to the next limit: limit
+  // j ends with the value that limit j-1 held, exactly as a pass from the
+  // back would leave it, and the last value leaves the queue.
+  IEEEFloat carry(max_limit);
   limits.emplace_front(-1, max_limit);
-  for (std::size_t j = limits.size() - 1; j >= 2; --j)
-    limits[j].second = std::move(limits[j - 1].second);
-  limits[1].second = std::move(m);
+  auto it = limits.begin();
+  for (++it; it != limits.end(); ++it)
+    std::swap(carry, it->second);
 }
 
 std::string FpIntervalSearchFrame::to_str() const {

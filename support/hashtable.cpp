@@ -27,7 +27,8 @@ static_assert(primes_ascending_below_2_32(), "bucket counts must be ascending, o
 
 constexpr std::array<Reciprocal, prime_count> make_reciprocals() {
   std::array<Reciprocal, prime_count> r{};
-  for (std::size_t i = 0; i < prime_count; ++i) r[i] = make_reciprocal(primes[i]);
+  for (std::size_t i = 0; i < prime_count; ++i)
+    r[i] = make_reciprocal(primes[i]);
   return r;
 }
 constexpr std::array<Reciprocal, prime_count> reciprocals = make_reciprocals();
@@ -53,6 +54,31 @@ Reciprocal reciprocal_of(std::uint64_t prime) noexcept {
   std::size_t i = lower_index(prime);
   if (i < prime_count && primes[i] == prime) return reciprocals[i];
   return make_reciprocal(prime); // not a bucket count: computed, never read out of bounds
+}
+
+std::uint64_t load_threshold(std::uint64_t buckets) noexcept {
+  // Bisection for the least count whose check fires; the check is
+  // monotone in the count and fires for 2^64 - 1 (buckets < 2^32).
+  auto compute = [](std::uint64_t b) {
+    std::uint64_t lo = 0, hi = ~std::uint64_t{0};
+    while (lo < hi) {
+      std::uint64_t const mid = lo + (hi - lo) / 2;
+      if (over_load_limit(mid, b))
+        hi = mid;
+      else
+        lo = mid + 1;
+    }
+    return lo;
+  };
+  static std::array<std::uint64_t, prime_count> const thresholds = [&] {
+    std::array<std::uint64_t, prime_count> t{};
+    for (std::size_t i = 0; i < prime_count; ++i)
+      t[i] = compute(primes[i]);
+    return t;
+  }();
+  std::size_t i = lower_index(buckets);
+  if (i < prime_count && primes[i] == buckets) return thresholds[i];
+  return compute(buckets);
 }
 
 void table_violation(char const* what) noexcept { invariant_violated("Hashtable", what); }

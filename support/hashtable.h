@@ -2,10 +2,13 @@
 // over prime-sized bucket arrays, every entry in its own pool block.
 //
 // Layout: a MemoryPool of entry blocks (16, 2.0, 8192), the bucket array (one
-// chain head per bucket, null when empty) and the element count; a fourth,
-// derived member caches the exact reciprocal of the bucket count, so that a
-// key's bucket index (hash modulo bucket count) costs a few multiplications
-// instead of a hardware 64-bit division while staying bit-identical to `%`.
+// chain head per bucket, null when empty) and the element count; two derived
+// members follow.  One caches the exact reciprocal of the bucket count, so
+// that a key's bucket index (hash modulo bucket count) costs a few
+// multiplications instead of a hardware 64-bit division while staying
+// bit-identical to `%`; the other caches the least element count at which the
+// single-precision load check fires, so that the check costs one comparison
+// and gives the same answer for every count.
 //
 // Invariants: the bucket count is an entry of `primes` (31 for a new table);
 // every entry lies in the chain of its key's bucket; keys are unique; the
@@ -62,10 +65,10 @@ struct GetKey_pair {
 
 // The bucket counts, ascending; all below 2^32.
 inline constexpr std::uint64_t primes[28] = {
-    31,        73,        151,        313,        643,        1291,       2593,
-    5233,      10501,     21013,      42073,      84181,      168451,     337219,
-    674701,    1349473,   2699299,    5398891,    10798093,   21596719,   43193641,
-    86387383,  172775299, 345550609,  691101253,  1382202559, 2764405229, 4294867387};
+    31,       73,        151,       313,       643,        1291,       2593,
+    5233,     10501,     21013,     42073,     84181,      168451,     337219,
+    674701,   1349473,   2699299,   5398891,   10798093,   21596719,   43193641,
+    86387383, 172775299, 345550609, 691101253, 1382202559, 2764405229, 4294867387};
 
 namespace detail {
 
@@ -102,6 +105,19 @@ std::uint64_t prime_at_least(std::uint64_t n) noexcept;
 bool is_table_prime(std::uint64_t n) noexcept;
 // The reciprocal of a divisor p >= 2: precomputed for the entries of `primes`.
 Reciprocal reciprocal_of(std::uint64_t prime) noexcept;
+// The load check: whether count / buckets, each converted to single
+// precision and divided in single precision, then widened, exceeds 0.7.
+// Single precision on purpose: the rehash points (and so the iteration order
+// hosts see) follow the float quotient, not the exact one.
+inline bool over_load_limit(std::uint64_t count, std::uint64_t buckets) noexcept {
+  float const load = static_cast<float>(count) / static_cast<float>(buckets);
+  return static_cast<double>(load) > 0.7;
+}
+// The least element count at which the load check fires for `buckets`
+// buckets.  The check only ever turns from false to true as the count grows
+// (conversion and division round monotonically), so `count >= threshold` is
+// exactly the check.  Precomputed for the entries of `primes`.
+std::uint64_t load_threshold(std::uint64_t buckets) noexcept;
 // Reports a broken table invariant and aborts.
 [[noreturn]] void table_violation(char const* what) noexcept;
 
@@ -134,9 +150,8 @@ public:
         : table_(table), index_(index), entry_(entry) {}
     // An iterator converts implicitly to a const_iterator.
     template <bool Other>
-      requires(Const && !Other)
-    basic_iterator(basic_iterator<Other> const& it) noexcept
-        : table_(it.table()), index_(it.index()), entry_(it.entry()) {}
+    requires(Const && !Other) basic_iterator(basic_iterator<Other> const& it)
+    noexcept : table_(it.table()), index_(it.index()), entry_(it.entry()) {}
 
     reference operator*() const noexcept {
       assert(entry_ && "dereferencing end()");
@@ -235,6 +250,7 @@ public:
     std::vector<Bucket*> old(p, nullptr);
     old.swap(buckets_);
     recip_ = detail::reciprocal_of(p);
+    grow_at_ = detail::load_threshold(p);
     for (Bucket* head : old) {
       while (head) {
         Bucket* next = head->next;
@@ -275,6 +291,9 @@ public:
     if (!detail::is_table_prime(n)) detail::table_violation("bucket count is not a table prime");
     if (!(recip_ == detail::reciprocal_of(n)))
       detail::table_violation("cached reciprocal does not match the bucket count");
+    if (grow_at_ != detail::load_threshold(n) || !detail::over_load_limit(grow_at_, n) ||
+        (grow_at_ != 0 && detail::over_load_limit(grow_at_ - 1, n)))
+      detail::table_violation("cached load threshold does not match the bucket count");
     std::uint64_t seen = 0;
     for (std::uint64_t i = 0; i < n; ++i) {
       for (Bucket const* b = buckets_[i]; b; b = b->next) {
@@ -326,8 +345,9 @@ private:
     }
   }
 
+protected:
   // The one insertion path: load check, bucket, chain walk, and on a miss a
-  // new entry at the head of its chain.
+  // new entry at the head of its chain, whose value make() returns.
   template <class Make>
   Bucket* emplace(K const& key, unsigned long* index, bool* inserted, Make&& make) {
     grow_if_loaded();
@@ -336,20 +356,28 @@ private:
     *inserted = false;
     for (Bucket* b = buckets_[i]; b; b = b->next)
       if (Eq()(GetKey()(b->value), key)) return b;
+    *inserted = true;
+    return link_new(i, make);
+  }
+
+private:
+  // The miss path of emplace, out of line so that lookups of present keys
+  // stay small enough to inline.
+  template <class Make>
+  [[gnu::noinline]] Bucket* link_new(unsigned long i, Make& make) {
     Bucket* fresh = new_Bucket_with(make);
     fresh->next = buckets_[i];
     buckets_[i] = fresh;
     ++count_;
-    *inserted = true;
     return fresh;
   }
 
+  // The load check, as one comparison with the cached threshold.
   void grow_if_loaded() {
-    // Single precision on purpose: the rehash points (and so the iteration
-    // order hosts see) follow the float quotient, not the exact one.
-    float load = static_cast<float>(count_) / static_cast<float>(buckets_.size());
-    if (static_cast<double>(load) > 0.7) rehash(buckets_.size() + 1);
+    if (count_ >= grow_at_) [[unlikely]]
+      grow();
   }
+  [[gnu::noinline]] void grow() { rehash(buckets_.size() + 1); }
 
   void destroy_entries() noexcept {
     if (count_ == 0) return;
@@ -368,6 +396,7 @@ private:
   std::vector<Bucket*> buckets_;
   std::uint64_t count_ = 0;
   detail::Reciprocal recip_ = detail::make_reciprocal(primes[0]); // derived from buckets_.size()
+  std::uint64_t grow_at_ = 22; // derived: load_threshold(buckets_.size()), 22 for 31 buckets
 };
 
 template <class K, class V, class Hash = hash<K>, class Eq = std::equal_to<K>>
@@ -375,13 +404,19 @@ class HashMap : public Hashtable<std::pair<K, V>, GetKey_pair<K, V>, K, Hash, Eq
   using Base = Hashtable<std::pair<K, V>, GetKey_pair<K, V>, K, Hash, Eq>;
 
 public:
-  // The mapped value of k, inserting (k, V()) first when k is absent, as
-  // do_insert would, load check included.  The pair is built only for an
-  // absent key: building and dropping it has no effect that could be seen,
-  // and skipping it keeps a lookup of a present key down to the hash probe.
-  // The reference stays valid until clear() or destruction.
+  // The mapped value of k, inserting (k, V()) first when k is absent.  The
+  // pair (k, V()) is built on every call, present key or not, and before the
+  // load check: a mapped type whose default constructor allocates or throws
+  // therefore fails here even for a present key, with the table untouched
+  // (no rehash, no entry).  Then exactly do_insert with that pair: load check,
+  // bucket, chain walk, and for an absent key a copy of the pair in a new
+  // entry.  The reference stays valid until clear() or destruction.
   V& operator[](K const& k) {
-    return this->insert_with(k, [&k] { return std::pair<K, V>(k, V()); })->value.second;
+    std::pair<K, V> const fresh(k, V());
+    unsigned long index;
+    bool inserted;
+    // do_insert(fresh, ...), with the key passed as the value it holds.
+    return this->emplace(k, &index, &inserted, [&fresh] { return fresh; })->value.second;
   }
 };
 

@@ -18,14 +18,20 @@ void* pool_new_chunk(std::size_t block_size, std::uint64_t blocks, void*& chunks
   chunks = chunk;
   char* first = chunk + sizeof(void*);
   char* last = first + (blocks - 1) * block_size;
-  for (char* b = first; b != last; b += block_size) *reinterpret_cast<void**>(b) = b + block_size;
+  for (char* b = first; b != last; b += block_size)
+    *reinterpret_cast<void**>(b) = b + block_size;
   *reinterpret_cast<void**>(last) = nullptr;
   return first;
 }
 
 std::uint64_t pool_next_size(std::uint64_t n, float growth, std::uint64_t max_chunk_size) {
   // The growth rule works in single precision and truncates toward zero; a
-  // product beyond the 64-bit range saturates rather than invoking UB.
+  // product beyond the 64-bit range saturates rather than invoking UB.  A
+  // product below one block (a growth factor below 1, or NaN) is clamped to
+  // one block, so the next chunk size keeps its invariant of at least 1: a
+  // chunk of zero blocks would hand out no block and make allocate() fail.
+  // With every factor in use (2.0) the product is never below 1, so the
+  // clamp changes no chunk size that the tables ask for.
   float product = static_cast<float>(n) * growth;
   std::uint64_t next;
   if (!(product >= 1.0f)) // also catches NaN
@@ -49,7 +55,9 @@ void pool_free_chunks(void* chunks) noexcept {
 namespace {
 [[noreturn]] void pool_violation(char const* what) { invariant_violated("MemoryPool", what); }
 
-void const* next_of(void const* p) { return *static_cast<void* const*>(p); }
+void const* next_of(void const* p) {
+  return *static_cast<void* const*>(p);
+}
 
 // Floyd's cycle check over a list linked through its first word.
 void check_acyclic(void const* head, char const* what) {
@@ -75,13 +83,15 @@ void pool_check(std::size_t block_size, std::uint64_t next_chunk_size, void cons
 
 std::uint64_t pool_count_chunks(void const* chunks) noexcept {
   std::uint64_t n = 0;
-  for (; chunks; chunks = *static_cast<void* const*>(chunks)) ++n;
+  for (; chunks; chunks = *static_cast<void* const*>(chunks))
+    ++n;
   return n;
 }
 
 std::uint64_t pool_count_free(void const* free_list) noexcept {
   std::uint64_t n = 0;
-  for (; free_list; free_list = *static_cast<void* const*>(free_list)) ++n;
+  for (; free_list; free_list = *static_cast<void* const*>(free_list))
+    ++n;
   return n;
 }
 

@@ -14,8 +14,8 @@
 // swflt::float_exception_flags to 0; all other outcomes leave the flags alone.
 //
 // Both operations sit on the decision hot path, so the 32/64-bit case is
-// inline and branch-free (one 128-bit key comparison); only QNumber payloads
-// leave the header.
+// inline and branch-free (word operations on the patterns shifted to the top
+// of a 64-bit word); only QNumber payloads leave the header.
 #pragma once
 
 #include "host/ieee_float.h"
@@ -28,24 +28,12 @@ namespace detail {
 // The QNumber-payload halves, out of line.
 bool packed_less_wide(IEEEFloat const& a, IEEEFloat const& b, bool sign);
 bool payload_equal_wide(IEEEFloat const& a, IEEEFloat const& b);
-} // namespace detail
-
-namespace detail {
-// Position of a 32/64-bit pattern in the packed order, as a 128-bit key:
-// bit 65 is set for every non-NaN, bit 64 for a clear sign, and the low word
-// is the pattern, inverted when the sign is set (so larger payloads come
-// first).  With one format for both operands, comparing two keys is exactly
-// the packed order: NaN status, then sign, then payload.  `top` is the sign
-// bit's position and `inf` the magnitude of infinity, both of the format.
-__extension__ using PackedKey = unsigned __int128;
 // Receives the flag clearing of comparisons that leave the flags alone.
 inline unsigned char flags_sink = 0;
-inline PackedKey packed_key(std::uint64_t bits, unsigned top, std::uint64_t inf) noexcept {
-  std::uint64_t const sign = bits >> top;
-  std::uint64_t const magnitude = bits & ((std::uint64_t{1} << top) - 1);
-  std::uint64_t const high = (std::uint64_t{magnitude <= inf} << 1) | (sign ^ 1);
-  return (PackedKey{high} << 64) | (bits ^ (0 - sign));
-}
+// Where a comparison writes its 0, indexed by whether the payloads decided:
+// selecting the target by a load keeps the compiler from turning the choice
+// into a branch, which random operands would mispredict half of the time.
+inline unsigned char* const flag_targets[2] = {&flags_sink, &swflt::float_exception_flags};
 } // namespace detail
 
 inline bool operator<(IEEEFloat::Packed const& pa, IEEEFloat::Packed const& pb) {
@@ -61,22 +49,37 @@ inline bool operator<(IEEEFloat::Packed const& pa, IEEEFloat::Packed const& pb) 
     if (sign_a != sign_b) return sign_a;
     return detail::packed_less_wide(a, b, sign_a);
   }
-  // Narrow payloads: the whole decision is one comparison of two keys, free
-  // of branches, since operands arrive in no predictable order.  The reads
-  // have no side effects, so their order does not matter here.
+  // Narrow payloads: the whole decision is a few word operations, free of
+  // branches, since operands arrive in no predictable order.  Both patterns
+  // are first shifted up so that the sign lands in the top bit; then
+  //   - NaN: the pattern without its sign (shifted once more) lies above
+  //     that of infinity, whose exponent bits now fill the top of the word;
+  //   - order key: a set sign flips every bit (larger magnitudes come
+  //     first), a clear one only the sign bit (those values come after), so
+  //     one unsigned comparison of the keys orders by sign, then payload;
+  //   - NaN status decides first: a NaN lies below every other value.
+  // The low bits shifted in are 0 in both patterns (one format), so they
+  // never decide.  The reads have no side effects, so their order does not
+  // matter here.
   IEEEFloat::format const f = a.get_format();
-  auto const top = static_cast<unsigned>(f.eb + f.sb - 1);
-  std::uint64_t const inf = (std::uint64_t{1} << top) - (std::uint64_t{1} << (f.sb - 1));
-  detail::PackedKey const ka = detail::packed_key(a.payload_u64(), top, inf);
-  detail::PackedKey const kb = detail::packed_key(b.payload_u64(), top, inf);
+  auto const up = static_cast<unsigned>(64 - (f.eb + f.sb));
+  std::uint64_t const x = a.payload_u64() << up;
+  std::uint64_t const y = b.payload_u64() << up;
+  std::uint64_t const inf = ~std::uint64_t{0} << (64 - f.eb);
+  std::uint64_t const top = std::uint64_t{1} << 63;
+  bool const nan_x = (x << 1) > inf;
+  bool const nan_y = (y << 1) > inf;
+  std::uint64_t const kx = x ^ ((0 - (x >> 63)) | top);
+  std::uint64_t const ky = y ^ ((0 - (y >> 63)) | top);
   // The flags are cleared only when the payloads decided: same NaN status
-  // and sign, that is equal high key words.  Without a branch and without
-  // reading the flags (which would chain successive comparisons through
-  // memory): the 0 goes either to the flags or to a scratch byte.
-  bool const payloads_decide = (ka >> 64) == (kb >> 64);
+  // and sign.  Without a branch and without reading the flags (which would
+  // chain successive comparisons through memory): the 0 goes either to the
+  // flags or to a scratch byte.  The result is combined with bit operations
+  // for the same reason.
+  bool const payloads_decide = (nan_x == nan_y) & (((x ^ y) >> 63) == 0);
   // Deliberate: nothing here reads the flags, but hosts rely on the clearing.
-  *(payloads_decide ? &swflt::float_exception_flags : &detail::flags_sink) = 0;
-  return ka < kb;
+  *detail::flag_targets[payloads_decide] = 0;
+  return (nan_x & !nan_y) | ((nan_x == nan_y) & (kx < ky));
 }
 
 // Bit-pattern equality of two values of one format, by the payload kind of a.

@@ -15,14 +15,19 @@ namespace {
 
 using namespace fixture;
 
-std::uint64_t lcg(std::uint64_t s) { return (s * 0x5DEECE66DULL + 11) & ((1ULL << 48) - 1); }
+std::uint64_t lcg(std::uint64_t s) {
+  return (s * 0x5DEECE66DULL + 11) & ((1ULL << 48) - 1);
+}
 
 struct DecisionHeuristicTest : HostTest {
   FpDecDepManager manager;
   FpIntervalDecisionHeuristic h{domain, trail, manager};
   std::vector<FpBoundElement*> made; // decided, not asserted
 
-  ~DecisionHeuristicTest() override { for (auto* e : made) domain.release_FpBoundElement(e); }
+  ~DecisionHeuristicTest() override {
+    for (auto* e : made)
+      domain.release_FpBoundElement(e);
+  }
   // A new variable at the end of the term list, which is all first segment;
   // a closed one has an interval without NaN.
   Term const* add(Format f = single, bool closed = false) {
@@ -67,8 +72,27 @@ TEST_F(DecisionHeuristicTest, NoDecisionOrHostExceptionChangesNothing) {
   manager.terms.push_back(tm.mk_var("b", tm.bool_sort())); // has no interval
   EXPECT_THROW(h.decide(), std::invalid_argument);
   EXPECT_EQ(h.generator_state(), s);
-  EXPECT_TRUE(h.last_decision().lit == last->lit && payload_equal(h.last_decision().value, last->value));
+  EXPECT_TRUE(h.last_decision().lit == last->lit &&
+              payload_equal(h.last_decision().value, last->value));
   EXPECT_EQ(domain.live_elements(), made.size());
+}
+
+// The last decision is recorded by assignment: once it holds a big-form wide
+// value (-inf of Float128 needs more than 63 bits), a later value that would
+// fit the small form is assigned into the big form and stays big.
+TEST_F(DecisionHeuristicTest, LastDecisionIsAssignedKeepingTheBigForm) {
+  Term const* wide = add(quad);
+  FpBoundElement* nan_step = decide();
+  EXPECT_TRUE(nan_step->lit == TheoryLit::make(wide, true) &&
+              payload_equal(nan_step->value, IEEEFloat::inf(quad, true)));
+  EXPECT_TRUE(h.last_decision().value.payload_q().is_big());
+  set(wide, IEEEFloat::from_bits(std::uint64_t{0}, quad),
+      IEEEFloat::from_bits(std::uint64_t{6}, quad));
+  FpBoundElement* split = decide();
+  ASSERT_EQ(split->term(), wide);
+  EXPECT_FALSE(split->value.payload_q().is_big());
+  EXPECT_TRUE(payload_equal(h.last_decision().value, split->value));
+  EXPECT_TRUE(h.last_decision().value.payload_q().is_big()) << "moved in, not assigned";
 }
 
 } // namespace

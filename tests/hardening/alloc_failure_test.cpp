@@ -102,7 +102,10 @@ TEST(AllocationFailure, PoolGrowth) {
     for (std::uint64_t i = 0; i < 300; ++i) {
       auto const before = state();
       step([&] { blocks.push_back(static_cast<std::uint64_t*>(pool.allocate())); },
-           [&] { pool.check_invariants(); EXPECT_EQ(state(), before); }); // exactly as before
+           [&] {
+             pool.check_invariants();
+             EXPECT_EQ(state(), before);
+           }); // exactly as before
       *blocks.back() = i;
       if (i % 7 == 0) pool.release(blocks.back()), blocks.pop_back(); // reused first
     }
@@ -129,7 +132,9 @@ TEST(AllocationFailure, HashInsertionsWithRehashAndClear) {
              EXPECT_TRUE(m.size() == size && !m.contains(items[k].first) &&
                          m.bucket_count() >= buckets);
              for (std::size_t j = 0; j < items.size(); ++j)
-               if (j != k && where[j]) { ASSERT_EQ(&m.find(items[j].first)->second, where[j]); }
+               if (j != k && where[j]) {
+                 ASSERT_EQ(&m.find(items[j].first)->second, where[j]);
+               }
            });
       where[k] = &m.find(items[k].first)->second;
     };
@@ -137,10 +142,15 @@ TEST(AllocationFailure, HashInsertionsWithRehashAndClear) {
     for (std::size_t k = 0; k < items.size(); ++k) {
       insert(k);
       if (k == 120) { // a fresh bucket array may fail: the table is empty anyway
-        step([&] { m.clear(true); }, [&] { m.check_invariants(); EXPECT_TRUE(m.empty()); });
+        step([&] { m.clear(true); },
+             [&] {
+               m.check_invariants();
+               EXPECT_TRUE(m.empty());
+             });
         EXPECT_TRUE(m.empty());
         std::fill(where.begin(), where.end(), nullptr);
-        for (std::size_t j = 0; j <= k; ++j) insert(j);
+        for (std::size_t j = 0; j <= k; ++j)
+          insert(j);
       }
     }
     m.check_invariants();
@@ -177,6 +187,40 @@ TEST(AllocationFailure, RationalAssignmentIntoBigForm) {
   EXPECT_EQ(points, 4); // three blocks made by assignment, one by a copy
 }
 
+// Limit queues drawing on a pool, with wide values (every copy allocates):
+// a failed insertion leaves the queue as it was, a failed copy leaves the
+// destination empty, and every block ends in the pool or is freed.
+TEST(AllocationFailure, LimitQueueWithPool) {
+  auto wide = [](unsigned long i) {
+    return IEEEFloat::from_bits(mpz_class(mpz_class(i) << 90).get_mpz_t(), {15, 113});
+  };
+  auto text = [](fp::LimitQueue const& q) {
+    std::string out;
+    for (fp::Limit const& l : q)
+      out += std::to_string(l.first) + l.second.to_str();
+    return out;
+  };
+  int const points = failure_points("limit queue with a pool", [&](auto const& arm) {
+    fp::LimitBlockPool pool;
+    fp::LimitQueue a(&pool), b(&pool);
+    IEEEFloat const front = wide(7);
+    arm();
+    for (int i = 1; i <= 20; ++i) {
+      std::size_t const size = a.size();
+      fp::Limit const* first = size ? &a.front() : nullptr;
+      step([&] { a.emplace_front(i, wide(static_cast<unsigned long>(i))); },
+           [&] { EXPECT_TRUE(a.size() == size && (!size || &a.front() == first)); });
+      if (i % 9 == 0) {
+        step([&] { b = a; }, [&] { EXPECT_TRUE(b.empty()); });
+        step([&] { b.assign_shifted(a, -1, front); }, [&] { EXPECT_TRUE(b.empty()); });
+        note([&] { return text(b); });
+      }
+    }
+    note([&] { return text(a); });
+  });
+  EXPECT_GT(points, 50);
+}
+
 // A small search host: wide and narrow variables, decisions asserted on the
 // trail until every interval is a single value.
 struct SearchHost {
@@ -197,14 +241,18 @@ struct SearchHost {
     }
     manager.split = 24;
   }
-  ~SearchHost() { trail.backtrack(0, &domain); EXPECT_EQ(domain.live_elements(), 0u); }
+  ~SearchHost() {
+    trail.backtrack(0, &domain);
+    EXPECT_EQ(domain.live_elements(), 0u);
+  }
 };
 
 // The frames as text, sorted: their order follows the addresses of the terms,
 // which differ from one host to the next.
 std::vector<std::string> frames_text(std::vector<fp::FpIntervalSearchFrame> const& frames) {
   std::vector<std::string> out;
-  for (auto const& f : frames) out.push_back(f.to_str());
+  for (auto const& f : frames)
+    out.push_back(f.to_str());
   std::sort(out.begin(), out.end());
   return out;
 }
@@ -229,7 +277,10 @@ TEST(AllocationFailure, Decide) {
       ASSERT_FALSE(h.domain.is_no_decision(e));
       std::size_t const length = h.trail.size();
       step([&] { h.trail.assert_bound(e); },
-           [&] { h.trail.check_invariants(); EXPECT_EQ(h.trail.size(), length); });
+           [&] {
+             h.trail.check_invariants();
+             EXPECT_EQ(h.trail.size(), length);
+           });
       // A failed split may have drawn already, so only the NaN decisions must
       // repeat the reference exactly.
       if (i < 44) note([&] { return e->value.to_str(); });
@@ -242,7 +293,8 @@ TEST(AllocationFailure, Decide) {
 TEST(AllocationFailure, SearchCandidates) {
   int const points = failure_points("get_search_candidates()", [&](auto const& arm) {
     SearchHost h;
-    for (int i = 0; i < 70; ++i) h.trail.assert_bound(h.decision.decide());
+    for (int i = 0; i < 70; ++i)
+      h.trail.assert_bound(h.decision.decide());
     arm();
     for (std::size_t call = 0; call < 3; ++call) {
       h.choice.trail_mark = std::uint64_t{30} * call;

@@ -1,10 +1,12 @@
 // Hash tables: the reciprocal remainder, bucket-count choice, growth and the
 // iteration order that the heuristics' results depend on.
+#include "tests/common/alloc_failure.h"
 #include "support/hashtable.h"
 #include "support/qnumber.h"
 
 #include <gtest/gtest.h>
 
+#include <new>
 #include <random>
 #include <stdexcept>
 #include <string>
@@ -32,12 +34,21 @@ TEST(Hashtable, FastRemainderAndBucketCountChoice) {
       hs.insert(hs.end(), {top - 1, top, top + 1, (1ull << 32) - k, (1ull << 32) + k,
                            p * p * (k + 1) - 1, p * p * (k + 1), (1ull << 63) - k});
     }
-    for (int i = 0; i < 1 << 16; ++i) hs.push_back(i % 2 ? rng() : rng() >> (rng() % 64));
+    for (int i = 0; i < 1 << 16; ++i)
+      hs.push_back(i % 2 ? rng() : rng() >> (rng() % 64));
     for (std::uint64_t h : hs)
       if (detail::fast_remainder(h, c, p) != h % p) FAIL() << h << " % " << p;
   }
-  for (auto [n, p] : {std::pair<std::uint64_t, std::uint64_t>{0, 31}, {31, 31}, {32, 73},
-                      {2764405230, largest}, {largest + 1, largest}, {max64, largest}})
+  for (std::uint64_t p : primes) { // the cached load threshold is the check's edge
+    std::uint64_t const t = detail::load_threshold(p);
+    EXPECT_TRUE(detail::over_load_limit(t, p) && !detail::over_load_limit(t - 1, p)) << p;
+  }
+  for (auto [n, p] : {std::pair<std::uint64_t, std::uint64_t>{0, 31},
+                      {31, 31},
+                      {32, 73},
+                      {2764405230, largest},
+                      {largest + 1, largest},
+                      {max64, largest}})
     EXPECT_EQ(detail::prime_at_least(n), p) << n;
   Set s;
   s.rehash(31);
@@ -53,7 +64,8 @@ TEST(Hashtable, GrowsAtLoadThresholdKeepingReferences) {
   std::string& r = m[0] = std::string(40, 'r');
   std::uint64_t before[] = {22, 52, 106}, key = 1;
   for (int step = 0; step < 3; ++step) {
-    while (m.size() < before[step]) m[key++] = "v";
+    while (m.size() < before[step])
+      m[key++] = "v";
     EXPECT_EQ(m.bucket_count(), primes[step]);
     EXPECT_EQ(&m[0], &r); // present key
     EXPECT_EQ(m.bucket_count(), primes[step + 1]);
@@ -92,9 +104,11 @@ TEST(Hashtable, ClearKeepsBucketsAndReusesLastBlock) {
   qorv::QNumber const big = qorv::QNumber::from_decimal("123456789012345678901234567891/7");
   for (bool reset : {false, true}) {
     HashMap<std::uint64_t, qorv::QNumber, CountingHash> m;
-    for (std::uint64_t k = 0; k < 40; ++k) m[k * 977] = big;
+    for (std::uint64_t k = 0; k < 40; ++k)
+      m[k * 977] = big;
     void const* last = nullptr;
-    for (auto it = m.begin(); it != m.end(); ++it) last = it.entry();
+    for (auto it = m.begin(); it != m.end(); ++it)
+      last = it.entry();
     m.clear(reset);
     EXPECT_EQ(m.bucket_count(), 73u);
     CountingHash::calls = 0;
@@ -111,7 +125,9 @@ TEST(Hashtable, FailedCopyReleasesBlock) {
   struct Fragile {
     bool fail = false;
     Fragile() = default;
-    Fragile(Fragile const& o) : fail(o.fail) { if (fail) throw std::runtime_error("copy"); }
+    Fragile(Fragile const& o) : fail(o.fail) {
+      if (fail) throw std::runtime_error("copy");
+    }
   };
   HashMap<std::uint64_t, Fragile> m;
   m[1];
@@ -121,6 +137,29 @@ TEST(Hashtable, FailedCopyReleasesBlock) {
   EXPECT_EQ(m.size(), 1u);
   m[3];
   EXPECT_EQ(m.find(3).entry(), m.find(1).entry() + 1) << "blocks of a chunk ascend";
+}
+
+// operator[] builds (key, V()) on every call and before the load check: with
+// a mapped type whose default constructor allocates, a failing allocation
+// comes out of a lookup of a present key.  At the load limit the pair's
+// allocation comes first and the bucket array's second, so failing the
+// second leaves the table at 31 buckets.  The entry never moves.
+TEST(Hashtable, SubscriptBuildsItsPairFirstEvenForAPresentKey) {
+  struct Owning {
+    std::vector<int> heap = std::vector<int>(4, 7);
+  };
+  HashMap<std::uint64_t, Owning> m;
+  for (std::uint64_t k = 0; k < 21; ++k)
+    m[k].heap[0] = static_cast<int>(k);
+  Owning* const where = &m.find(5)->second;
+  for (std::int64_t failing : {0, 1}) { // 21 entries (no growth), then 22 (growth)
+    qorv::test::AllocationFailure fail(failing);
+    EXPECT_THROW(m[5], std::bad_alloc) << failing;
+    EXPECT_EQ(m.bucket_count(), 31u) << failing;
+    m[21];
+  }
+  EXPECT_TRUE(m.size() == 22 && &m[5] == where && where->heap[0] == 5);
+  EXPECT_EQ(m.bucket_count(), 73u);
 }
 
 } // namespace
