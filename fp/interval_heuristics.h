@@ -76,8 +76,8 @@ private:
 // are a double-ended queue that grows at the front (LimitQueue): insertion
 // there is constant time and never moves a stored limit, and an empty queue
 // owns no memory, so building, copying or destroying a frame without limits
-// allocates nothing and cannot fail.  The infinite
-// limit is NaN when the flag is set and +inf when clear, in the value's format.
+// allocates nothing and cannot fail.  The infinite limit is NaN when the
+// flag is set and +inf when clear, in the value's format.
 // Once fixed (as the choice heuristic hands frames out) the front limit is
 // (-1, max_limit) and the other positions ascend toward the back.
 class FpIntervalSearchFrame : public FpBoundElement {
