@@ -4,7 +4,8 @@
 // and the exact result is rounded by searching the ordered bit patterns for
 // the two values around it.  Results are bit patterns (mpz_class); every NaN
 // is the quiet NaN with the sign clear.  Used by the exhaustive tests and by
-// the arithmetic fuzz harness.
+// the arithmetic fuzz harness; random_pattern draws operands for them and
+// for the differential run against other solvers.
 //
 // Rounding modes are numbered as SMT-LIB lists them: RNE, RNA, RTP, RTN, RTZ.
 // Nothing here is fast: a rounding costs a binary search of about eb + sb
@@ -16,6 +17,7 @@
 
 #include <cassert>
 #include <optional>
+#include <random>
 #include <vector>
 
 namespace qorv::oracle {
@@ -235,5 +237,41 @@ private:
   mpz_class inf_mag_;
   std::vector<mpq_class> table_;
 };
+
+// A random bit pattern of format (eb, sb) favouring the edges: zeros,
+// subnormals, the largest values, values near 1, infinities and NaN.
+inline mpz_class random_pattern(std::mt19937_64& rng, unsigned long eb, unsigned long sb) {
+  auto random_bits = [&](unsigned long k) {
+    mpz_class z;
+    for (unsigned long i = 0; i < k; i += 32)
+      z = (z << 32) + static_cast<unsigned long>(rng() >> 32);
+    return mpz_class(z & ((mpz_class(1) << k) - 1));
+  };
+  mpz_class const exp_ones = (mpz_class(1) << eb) - 1;
+  mpz_class exp, trail = random_bits(sb - 1);
+  switch (rng() % 8) {
+  case 0:
+    exp = 0;
+    break;
+  case 1:
+    exp = 1;
+    break;
+  case 2:
+    exp = exp_ones - 1;
+    break;
+  case 3:
+    exp = exp_ones;
+    trail = rng() % 2 ? 0 : trail;
+    break;
+  case 4:
+    exp = (exp_ones >> 1) + static_cast<long>(rng() % 5) - 2;
+    break; // near 1
+  default:
+    exp = random_bits(eb);
+    break;
+  }
+  if (rng() % 4 == 0) trail = rng() % 2 ? mpz_class(0) : mpz_class((mpz_class(1) << (sb - 1)) - 1);
+  return ((mpz_class(rng() % 2) << eb) + exp) << (sb - 1) | trail;
+}
 
 } // namespace qorv::oracle
