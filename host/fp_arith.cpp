@@ -19,7 +19,6 @@ namespace qorv::swflt {
 using detail::check_rm;
 using detail::check_same;
 using detail::load;
-using detail::round_general;
 using detail::scratch;
 using format = IEEEFloat::format;
 
@@ -28,13 +27,10 @@ namespace {
 constexpr format f32{8, 24}, f64{11, 53};
 
 // The hardware result as a value; every NaN becomes the canonical one.
-IEEEFloat from_hw(double d) {
-  if (std::isnan(d)) return IEEEFloat::from_bits(std::uint64_t{0x7ff8000000000000}, f64);
-  return IEEEFloat::from_bits(std::bit_cast<std::uint64_t>(d), f64);
-}
-IEEEFloat from_hw(float d) {
-  if (std::isnan(d)) return IEEEFloat::from_bits(std::uint64_t{0x7fc00000}, f32);
-  return IEEEFloat::from_bits(std::uint64_t{std::bit_cast<std::uint32_t>(d)}, f32);
+using detail::from_hw;
+IEEEFloat from_hw32(float d) {
+  std::uint32_t const nan = 0x7fc00000; // the canonical NaN
+  return IEEEFloat::from_narrow_bits(std::isnan(d) ? nan : std::bit_cast<std::uint32_t>(d), f32);
 }
 double hw64(IEEEFloat const& x) {
   return std::bit_cast<double>(x.payload_u64());
@@ -50,27 +46,6 @@ Hw hardware(rounding_mode rm, format f) {
   if (f == f64) return Hw::double_;
   if (f == f32) return Hw::single;
   return Hw::none;
-}
-
-// A binary operation: the hardware on its fast path, MPFR otherwise.
-template <class HwOp>
-IEEEFloat binary(char const* name, rounding_mode rm, IEEEFloat const& x, IEEEFloat const& y,
-                 int (*mp)(mpfr_ptr, mpfr_srcptr, mpfr_srcptr, mpfr_rnd_t), HwOp hw) {
-  check_rm(rm, name);
-  check_same(name, x, y);
-  switch (hardware(rm, x.get_format())) {
-  case Hw::double_:
-    return from_hw(hw(hw64(x), hw64(y)));
-  case Hw::single:
-    return from_hw(hw(hw32(x), hw32(y)));
-  case Hw::none:
-    break;
-  }
-  detail::Scratch& s = scratch();
-  load(s.a, x);
-  load(s.b, y);
-  return round_general(rm, x.get_format(),
-                       [&](mpfr_ptr out, mpfr_rnd_t rnd) { return mp(out, s.a, s.b, rnd); });
 }
 
 // Flips (or clears) the sign bit; NaN stays canonical.
@@ -194,70 +169,106 @@ IEEEFloat neg(IEEEFloat const& x) {
   return with_sign(x, true, false);
 }
 
-IEEEFloat add(rounding_mode rm, IEEEFloat const& x, IEEEFloat const& y) {
-  return binary("add", rm, x, y, mpfr_add, [](auto a, auto b) { return a + b; });
-}
-IEEEFloat sub(rounding_mode rm, IEEEFloat const& x, IEEEFloat const& y) {
-  return binary("sub", rm, x, y, mpfr_sub, [](auto a, auto b) { return a - b; });
-}
-IEEEFloat mul(rounding_mode rm, IEEEFloat const& x, IEEEFloat const& y) {
-  return binary("mul", rm, x, y, mpfr_mul, [](auto a, auto b) { return a * b; });
-}
-IEEEFloat div(rounding_mode rm, IEEEFloat const& x, IEEEFloat const& y) {
-  return binary("div", rm, x, y, mpfr_div, [](auto a, auto b) { return a / b; });
+namespace detail {
+
+IEEEFloat binary_any(Op2 op, rounding_mode rm, IEEEFloat const& x, IEEEFloat const& y) {
+  static char const* const names[] = {"add", "sub", "mul", "div"};
+  char const* const name = names[static_cast<int>(op)];
+  check_rm(rm, name);
+  check_same(name, x, y);
+  format const f = x.get_format();
+  if (hardware(rm, f) == Hw::single) {
+    float const a = hw32(x), b = hw32(y);
+    switch (op) {
+    case Op2::add:
+      return from_hw32(a + b);
+    case Op2::sub:
+      return from_hw32(a - b);
+    case Op2::mul:
+      return from_hw32(a * b);
+    case Op2::div:
+      return from_hw32(a / b);
+    }
+  }
+  if (hardware(rm, f) == Hw::double_) { // reached only through a direct call
+    double const a = hw64(x), b = hw64(y);
+    switch (op) {
+    case Op2::add:
+      return from_hw(a + b);
+    case Op2::sub:
+      return from_hw(a - b);
+    case Op2::mul:
+      return from_hw(a * b);
+    case Op2::div:
+      return from_hw(a / b);
+    }
+  }
+  static int (*const mp[])(mpfr_ptr, mpfr_srcptr, mpfr_srcptr, mpfr_rnd_t) = {mpfr_add, mpfr_sub,
+                                                                              mpfr_mul, mpfr_div};
+  auto const fn = mp[static_cast<int>(op)];
+  Scratch& s = scratch();
+  ExpRange const range(f);
+  load(s.a, x);
+  load(s.b, y);
+  return round_same(rm, f, [&](mpfr_ptr out, mpfr_rnd_t rnd) { return fn(out, s.a, s.b, rnd); });
 }
 
-IEEEFloat fma(rounding_mode rm, IEEEFloat const& x, IEEEFloat const& y, IEEEFloat const& z) {
+IEEEFloat fma_any(rounding_mode rm, IEEEFloat const& x, IEEEFloat const& y, IEEEFloat const& z) {
   check_rm(rm, "fma");
   check_same("fma", x, y);
   check_same("fma", x, z);
-  switch (hardware(rm, x.get_format())) {
+  format const f = x.get_format();
+  switch (hardware(rm, f)) {
   case Hw::double_:
     return from_hw(std::fma(hw64(x), hw64(y), hw64(z)));
   case Hw::single:
-    return from_hw(std::fma(hw32(x), hw32(y), hw32(z)));
+    return from_hw32(std::fma(hw32(x), hw32(y), hw32(z)));
   case Hw::none:
     break;
   }
-  detail::Scratch& s = scratch();
+  Scratch& s = scratch();
+  ExpRange const range(f);
   load(s.a, x);
   load(s.b, y);
   load(s.c, z);
-  return round_general(rm, x.get_format(), [&](mpfr_ptr out, mpfr_rnd_t rnd) {
-    return mpfr_fma(out, s.a, s.b, s.c, rnd);
-  });
+  return round_same(
+      rm, f, [&](mpfr_ptr out, mpfr_rnd_t rnd) { return mpfr_fma(out, s.a, s.b, s.c, rnd); });
 }
 
-IEEEFloat sqrt(rounding_mode rm, IEEEFloat const& x) {
+IEEEFloat sqrt_any(rounding_mode rm, IEEEFloat const& x) {
   check_rm(rm, "sqrt");
-  detail::check_arith_format(x.get_format(), "sqrt");
-  switch (hardware(rm, x.get_format())) {
+  check_arith_format(x.get_format(), "sqrt");
+  format const f = x.get_format();
+  switch (hardware(rm, f)) {
   case Hw::double_:
     return from_hw(std::sqrt(hw64(x)));
   case Hw::single:
-    return from_hw(std::sqrt(hw32(x)));
+    return from_hw32(std::sqrt(hw32(x)));
   case Hw::none:
     break;
   }
-  detail::Scratch& s = scratch();
+  Scratch& s = scratch();
+  ExpRange const range(f);
   load(s.a, x);
-  return round_general(rm, x.get_format(),
-                       [&](mpfr_ptr out, mpfr_rnd_t rnd) { return mpfr_sqrt(out, s.a, rnd); });
+  return round_same(rm, f, [&](mpfr_ptr out, mpfr_rnd_t rnd) { return mpfr_sqrt(out, s.a, rnd); });
 }
+
+} // namespace detail
 
 IEEEFloat rem(IEEEFloat const& x, IEEEFloat const& y) {
   check_same("rem", x, y);
   format const f = x.get_format();
   if (f == f64) return from_hw(std::remainder(hw64(x), hw64(y)));
-  if (f == f32) return from_hw(std::remainder(hw32(x), hw32(y)));
+  if (f == f32) return from_hw32(std::remainder(hw32(x), hw32(y)));
   if (x.narrow() && !x.is_nan() && !y.is_nan() && !x.is_inf() && !y.is_inf() && !y.is_zero() &&
       !x.is_zero())
     return rem_narrow(x, y);
   detail::Scratch& s = scratch();
+  detail::ExpRange const range(f);
   load(s.a, x);
   load(s.b, y);
   // The remainder is exact, so the rounding mode does not matter.
-  return round_general(
+  return detail::round_same(
       RNE, f, [&](mpfr_ptr out, mpfr_rnd_t rnd) { return mpfr_remainder(out, s.a, s.b, rnd); });
 }
 
@@ -265,20 +276,18 @@ IEEEFloat round_to_integral(rounding_mode rm, IEEEFloat const& x) {
   check_rm(rm, "round_to_integral");
   detail::check_arith_format(x.get_format(), "round_to_integral");
   detail::Scratch& s = scratch();
+  detail::ExpRange const wide;
   load(s.a, x);
   // The integer is computed exactly at one more bit than x has (it may carry
   // into a new leading bit), then rounded to the format like any result.
   mpfr_ptr const i = s.c;
   detail::use_prec(i, static_cast<mpfr_prec_t>(x.get_format().sb + 1));
-  {
-    detail::ExpRange const wide;
-    if (rm == RNA)
-      mpfr_round(i, s.a);
-    else
-      mpfr_rint(i, s.a, detail::mpfr_rounding(rm));
-  }
-  return round_general(rm, x.get_format(),
-                       [&](mpfr_ptr out, mpfr_rnd_t rnd) { return mpfr_set(out, i, rnd); });
+  if (rm == RNA)
+    mpfr_round(i, s.a);
+  else
+    mpfr_rint(i, s.a, detail::mpfr_rounding(rm));
+  return detail::round_general(rm, x.get_format(),
+                               [&](mpfr_ptr out, mpfr_rnd_t rnd) { return mpfr_set(out, i, rnd); });
 }
 
 std::partial_ordering compare(IEEEFloat const& x, IEEEFloat const& y) {

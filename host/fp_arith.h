@@ -14,16 +14,21 @@
 //
 // Bad input throws std::invalid_argument naming the values: operands of
 // different formats, a rounding mode outside the five, a format with more
-// than 60 exponent bits.  Float32 and Float64 under ties-to-even use the
-// hardware for add, sub, mul, div, fma and sqrt; every other case goes
-// through MPFR.  Formats of at most 64 bits allocate nothing once an
-// operation has run on them (the MPFR scratch is per thread and grows only).
-// Not reentrant within a thread only in the sense that MPFR's exponent range
-// is changed and restored around each call.
+// than 60 exponent bits.
+//
+// Float64 and Float32 under ties-to-even use the hardware for add, sub, mul,
+// div, fma, sqrt and rem (Float64 inline); this relies on the default
+// floating-point environment (ties-to-even, no flush-to-zero), which the
+// program must not change.  Every other case goes through MPFR, whose
+// exponent range each call sets and restores.  Formats of at most 64 bits
+// allocate nothing once an operation has run on them: the MPFR scratch is per
+// thread and only grows.
 #pragma once
 
 #include "host/ieee_float.h"
 
+#include <bit>
+#include <cmath>
 #include <compare>
 #include <optional>
 #include <string_view>
@@ -47,13 +52,55 @@ rounding_mode parse_rounding_mode(std::string_view text);
 IEEEFloat abs(IEEEFloat const& x);
 IEEEFloat neg(IEEEFloat const& x);
 
-IEEEFloat add(rounding_mode rm, IEEEFloat const& x, IEEEFloat const& y);
-IEEEFloat sub(rounding_mode rm, IEEEFloat const& x, IEEEFloat const& y);
-IEEEFloat mul(rounding_mode rm, IEEEFloat const& x, IEEEFloat const& y);
-IEEEFloat div(rounding_mode rm, IEEEFloat const& x, IEEEFloat const& y);
+namespace detail {
+enum class Op2 { add, sub, mul, div };
+IEEEFloat binary_any(Op2 op, rounding_mode rm, IEEEFloat const& x, IEEEFloat const& y);
+IEEEFloat fma_any(rounding_mode rm, IEEEFloat const& x, IEEEFloat const& y, IEEEFloat const& z);
+IEEEFloat sqrt_any(rounding_mode rm, IEEEFloat const& x);
+
+// Float64 under ties-to-even: the hardware, inline.
+inline bool float64_rne(rounding_mode rm, IEEEFloat const& x) noexcept {
+  return rm == IEEEFloat::rm_nearest_even && x.get_format() == IEEEFloat::format{11, 53};
+}
+inline double hw(IEEEFloat const& x) noexcept {
+  return std::bit_cast<double>(x.payload_u64());
+}
+inline IEEEFloat from_hw(double d) noexcept {
+  std::uint64_t const nan = 0x7ff8000000000000; // the canonical NaN
+  return IEEEFloat::from_narrow_bits(d != d ? nan : std::bit_cast<std::uint64_t>(d), {11, 53});
+}
+} // namespace detail
+
+inline IEEEFloat add(rounding_mode rm, IEEEFloat const& x, IEEEFloat const& y) {
+  if (detail::float64_rne(rm, x) && detail::float64_rne(rm, y))
+    return detail::from_hw(detail::hw(x) + detail::hw(y));
+  return detail::binary_any(detail::Op2::add, rm, x, y);
+}
+inline IEEEFloat sub(rounding_mode rm, IEEEFloat const& x, IEEEFloat const& y) {
+  if (detail::float64_rne(rm, x) && detail::float64_rne(rm, y))
+    return detail::from_hw(detail::hw(x) - detail::hw(y));
+  return detail::binary_any(detail::Op2::sub, rm, x, y);
+}
+inline IEEEFloat mul(rounding_mode rm, IEEEFloat const& x, IEEEFloat const& y) {
+  if (detail::float64_rne(rm, x) && detail::float64_rne(rm, y))
+    return detail::from_hw(detail::hw(x) * detail::hw(y));
+  return detail::binary_any(detail::Op2::mul, rm, x, y);
+}
+inline IEEEFloat div(rounding_mode rm, IEEEFloat const& x, IEEEFloat const& y) {
+  if (detail::float64_rne(rm, x) && detail::float64_rne(rm, y))
+    return detail::from_hw(detail::hw(x) / detail::hw(y));
+  return detail::binary_any(detail::Op2::div, rm, x, y);
+}
 // x * y + z with one rounding.
-IEEEFloat fma(rounding_mode rm, IEEEFloat const& x, IEEEFloat const& y, IEEEFloat const& z);
-IEEEFloat sqrt(rounding_mode rm, IEEEFloat const& x);
+inline IEEEFloat fma(rounding_mode rm, IEEEFloat const& x, IEEEFloat const& y, IEEEFloat const& z) {
+  if (detail::float64_rne(rm, x) && detail::float64_rne(rm, y) && detail::float64_rne(rm, z))
+    return detail::from_hw(std::fma(detail::hw(x), detail::hw(y), detail::hw(z)));
+  return detail::fma_any(rm, x, y, z);
+}
+inline IEEEFloat sqrt(rounding_mode rm, IEEEFloat const& x) {
+  if (detail::float64_rne(rm, x)) return detail::from_hw(std::sqrt(detail::hw(x)));
+  return detail::sqrt_any(rm, x);
+}
 // IEEE remainder x - n * y, n the integer nearest x / y (ties to even); exact.
 IEEEFloat rem(IEEEFloat const& x, IEEEFloat const& y);
 // The integral value nearest x under rm (ties per rm).  In a format whose

@@ -56,7 +56,9 @@ void check_pattern(mpz_srcptr bits, std::uint64_t width, char const* op) {
 
 // An integer as a QNumber over 1, small when it fits.
 // True when z fits QNumber's small form (a signed word other than -2^63).
-bool fits_small(mpz_srcptr z) { return mpz_fits_slong_p(z) && mpz_get_si(z) != INT64_MIN; }
+bool fits_small(mpz_srcptr z) {
+  return mpz_fits_slong_p(z) && mpz_get_si(z) != INT64_MIN;
+}
 
 QNumber integer_q(mpz_srcptr z) {
   if (fits_small(z)) return QNumber(mpz_get_si(z), 1);
@@ -87,8 +89,8 @@ std::optional<QNumber> to_bv(rounding_mode rm, IEEEFloat const& x, std::uint64_t
   check_width(width, op);
   if (x.is_nan() || x.is_inf()) return std::nullopt;
   detail::Scratch& s = scratch();
-  detail::load(s.a, x);
   detail::ExpRange const wide;
+  detail::load(s.a, x);
   detail::use_prec(s.c, static_cast<mpfr_prec_t>(x.get_format().sb + 1)); // room for a carry
   if (rm == RNA)
     mpfr_round(s.c, s.a);
@@ -117,6 +119,7 @@ IEEEFloat convert(rounding_mode rm, IEEEFloat const& x, format to) {
   detail::check_arith_format(x.get_format(), "convert");
   detail::check_arith_format(to, "convert");
   detail::Scratch& s = scratch();
+  detail::ExpRange const wide;
   detail::load(s.a, x);
   return round_general(rm, to,
                        [&](mpfr_ptr out, mpfr_rnd_t rnd) { return mpfr_set(out, s.a, rnd); });
@@ -125,6 +128,7 @@ IEEEFloat convert(rounding_mode rm, IEEEFloat const& x, format to) {
 IEEEFloat from_rational(rounding_mode rm, mpq_srcptr q, format f) {
   detail::check_rm(rm, "from_rational");
   detail::check_arith_format(f, "from_rational");
+  detail::ExpRange const wide;
   return round_general(rm, f,
                        [&](mpfr_ptr out, mpfr_rnd_t rnd) { return mpfr_set_q(out, q, rnd); });
 }
@@ -169,6 +173,7 @@ IEEEFloat from_ubv(rounding_mode rm, mpz_srcptr bits, std::uint64_t width, forma
   detail::check_rm(rm, "from_ubv");
   detail::check_arith_format(f, "from_ubv");
   check_pattern(bits, width, "from_ubv");
+  detail::ExpRange const wide;
   return round_general(rm, f,
                        [&](mpfr_ptr out, mpfr_rnd_t rnd) { return mpfr_set_z(out, bits, rnd); });
 }
@@ -186,6 +191,7 @@ IEEEFloat from_sbv(rounding_mode rm, mpz_srcptr bits, std::uint64_t width, forma
     mpz_sub(z, z, top);
     mpz_clear(top);
   }
+  detail::ExpRange const wide;
   return round_general(rm, f,
                        [&](mpfr_ptr out, mpfr_rnd_t rnd) { return mpfr_set_z(out, z, rnd); });
 }
@@ -202,6 +208,7 @@ std::optional<QNumber> to_real(IEEEFloat const& x) {
   detail::check_arith_format(x.get_format(), "to_real");
   if (x.is_nan() || x.is_inf()) return std::nullopt;
   detail::Scratch& s = scratch();
+  detail::ExpRange const wide;
   detail::load(s.a, x);
   if (mpfr_zero_p(s.a)) return QNumber();
   mpz_t num, den;
@@ -212,9 +219,8 @@ std::optional<QNumber> to_real(IEEEFloat const& x) {
     mpz_mul_2exp(num, num, static_cast<mp_bitcnt_t>(e));
   else
     mpz_mul_2exp(den, den, static_cast<mp_bitcnt_t>(-e));
-  QNumber q = fits_small(num) && fits_small(den)
-                  ? QNumber(mpz_get_si(num), mpz_get_si(den))
-                  : QNumber(num, den);
+  QNumber q = fits_small(num) && fits_small(den) ? QNumber(mpz_get_si(num), mpz_get_si(den))
+                                                 : QNumber(num, den);
   mpz_clear(num);
   mpz_clear(den);
   return q;

@@ -191,7 +191,7 @@ IEEEFloat store(mpfr_srcptr v, format f) {
       }
     }
     if (sign) bits |= std::uint64_t{1} << (w - 1);
-    return IEEEFloat::from_bits(bits, f);
+    return IEEEFloat::from_narrow_bits(bits, f); // f was checked by the operation
   }
   mpz_ptr z = scratch().z;
   mpz_set_ui(z, 0);

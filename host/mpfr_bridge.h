@@ -79,8 +79,8 @@ inline void use_prec(mpfr_ptr v, mpfr_prec_t p) {
   if (mpfr_get_prec(v) != p) mpfr_set_prec(v, p);
 }
 
-// v = x exactly, at precision sb of x's format.  Any exponent range that
-// contains x's format range will do.
+// v = x exactly, at precision sb of x's format.  Call under a range that
+// contains x's format range (ExpRange(x's format) or the widest).
 void load(mpfr_ptr v, IEEEFloat const& x);
 // The value of format f equal to v; v must be a value of f (NaN any sign).
 IEEEFloat store(mpfr_srcptr v, format f);
@@ -91,11 +91,19 @@ IEEEFloat store(mpfr_srcptr v, format f);
 int fit(mpfr_ptr v, int t, mpfr_rnd_t rnd, format f);
 
 // The value of f nearest to y under rm, where op(out, rnd) writes y rounded
-// to out's precision under rnd and returns the ternary.  Runs op under the
-// widest range, once, or twice for ties-away (which MPFR lacks).  op may read
-// scratch().a to c but not write r, n, s or u.
+// to out's precision under rnd and returns the ternary.  Call under the
+// widest range (operands loaded under it); runs op once, or twice for
+// ties-away (which MPFR lacks).  op may read scratch().a to c but not write
+// r, n, s or u.
 template <class Op>
 IEEEFloat round_general(rounding_mode rm, format f, Op&& op);
+
+// The same for an operation whose operands are values of f, loaded and run
+// under f's own range (ExpRange(f)): then MPFR's own overflow handling and
+// mpfr_subnormalize finish the rounding, with no range change in between
+// except for ties-away.
+template <class Op>
+IEEEFloat round_same(rounding_mode rm, format f, Op&& op);
 
 // Ties-away rounding of an exact value v (at most sb + 1 significant bits)
 // to f, under the widest range: whether v lies halfway is decided exactly.
@@ -105,7 +113,6 @@ template <class Op>
 IEEEFloat round_general(rounding_mode rm, format f, Op&& op) {
   Scratch& s = scratch();
   auto const sb = static_cast<mpfr_prec_t>(f.sb);
-  ExpRange const wide;
   if (rm == IEEEFloat::rm_nearest_away) {
     // A halfway point of f has at most sb + 1 significant bits, so y can only
     // be one when it is exact at that precision; otherwise ties-away and
@@ -117,6 +124,19 @@ IEEEFloat round_general(rounding_mode rm, format f, Op&& op) {
   use_prec(s.r, sb);
   int const t = op(s.r, rnd);
   fit(s.r, t, rnd, f);
+  return store(s.r, f);
+}
+
+template <class Op>
+IEEEFloat round_same(rounding_mode rm, format f, Op&& op) {
+  if (rm == IEEEFloat::rm_nearest_away) {
+    ExpRange const wide;
+    return round_general(rm, f, op);
+  }
+  Scratch& s = scratch();
+  mpfr_rnd_t const rnd = mpfr_rounding(rm);
+  use_prec(s.r, static_cast<mpfr_prec_t>(f.sb));
+  mpfr_subnormalize(s.r, op(s.r, rnd), rnd);
   return store(s.r, f);
 }
 
