@@ -237,7 +237,7 @@ IEEEFloat fma_any(rounding_mode rm, IEEEFloat const& x, IEEEFloat const& y, IEEE
 
 IEEEFloat sqrt_any(rounding_mode rm, IEEEFloat const& x) {
   check_rm(rm, "sqrt");
-  check_arith_format(x.get_format(), "sqrt");
+  check_operand_format(x.get_format(), "sqrt");
   format const f = x.get_format();
   switch (hardware(rm, f)) {
   case Hw::double_:
@@ -274,7 +274,7 @@ IEEEFloat rem(IEEEFloat const& x, IEEEFloat const& y) {
 
 IEEEFloat round_to_integral(rounding_mode rm, IEEEFloat const& x) {
   check_rm(rm, "round_to_integral");
-  detail::check_arith_format(x.get_format(), "round_to_integral");
+  detail::check_operand_format(x.get_format(), "round_to_integral");
   detail::Scratch& s = scratch();
   detail::ExpRange const wide;
   load(s.a, x);

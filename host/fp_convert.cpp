@@ -6,6 +6,7 @@
 #include "host/mpfr_bridge.h"
 
 #include <cstdint>
+#include <cstdlib>
 #include <stdexcept>
 #include <string>
 
@@ -85,7 +86,7 @@ private:
 std::optional<QNumber> to_bv(rounding_mode rm, IEEEFloat const& x, std::uint64_t width,
                              bool is_signed, char const* op) {
   detail::check_rm(rm, op);
-  detail::check_arith_format(x.get_format(), op);
+  detail::check_operand_format(x.get_format(), op);
   check_width(width, op);
   if (x.is_nan() || x.is_inf()) return std::nullopt;
   detail::Scratch& s = scratch();
@@ -116,7 +117,7 @@ std::optional<QNumber> to_bv(rounding_mode rm, IEEEFloat const& x, std::uint64_t
 
 IEEEFloat convert(rounding_mode rm, IEEEFloat const& x, format to) {
   detail::check_rm(rm, "convert");
-  detail::check_arith_format(x.get_format(), "convert");
+  detail::check_operand_format(x.get_format(), "convert");
   detail::check_arith_format(to, "convert");
   detail::Scratch& s = scratch();
   detail::ExpRange const wide;
@@ -205,12 +206,17 @@ std::optional<QNumber> to_sbv(rounding_mode rm, IEEEFloat const& x, std::uint64_
 }
 
 std::optional<QNumber> to_real(IEEEFloat const& x) {
-  detail::check_arith_format(x.get_format(), "to_real");
+  detail::check_operand_format(x.get_format(), "to_real");
   if (x.is_nan() || x.is_inf()) return std::nullopt;
   detail::Scratch& s = scratch();
   detail::ExpRange const wide;
   detail::load(s.a, x);
   if (mpfr_zero_p(s.a)) return QNumber();
+  // The exact value needs about |exponent| bits; past max_real_bits (formats
+  // with very wide exponents) it cannot be materialised.
+  if (std::abs(mpfr_get_exp(s.a)) > max_real_bits)
+    throw std::length_error("swflt::to_real: the exact value of " + x.to_str() + " needs about " +
+                            std::to_string(std::abs(mpfr_get_exp(s.a))) + " bits");
   mpz_t num, den;
   mpz_init(num);
   mpz_init_set_ui(den, 1);

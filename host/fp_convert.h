@@ -44,7 +44,10 @@ IEEEFloat from_sbv(rounding_mode rm, mpz_srcptr bits, std::uint64_t width, IEEEF
 std::optional<QNumber> to_ubv(rounding_mode rm, IEEEFloat const& x, std::uint64_t width);
 std::optional<QNumber> to_sbv(rounding_mode rm, IEEEFloat const& x, std::uint64_t width);
 
-// The exact value of x; no value for NaN and infinities.
+// The exact value of x; no value for NaN and infinities.  Its size grows
+// with x's exponent: a value beyond 2^max_real_bits or below its inverse
+// (only formats with eb > 30 have them) throws std::length_error.
+inline constexpr long max_real_bits = 1L << 30;
 std::optional<QNumber> to_real(IEEEFloat const& x);
 
 } // namespace qorv::swflt

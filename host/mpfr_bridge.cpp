@@ -8,6 +8,7 @@
 // scratch integer, which grows once and is reused.
 #include "host/mpfr_bridge.h"
 
+#include <bit>
 #include <cassert>
 #include <stdexcept>
 #include <string>
@@ -59,6 +60,10 @@ void check_rm(rounding_mode rm, char const* op) {
 
 void check_arith_format(format f, char const* op) {
   IEEEFloat::check_format(f);
+  check_operand_format(f, op);
+}
+
+void check_operand_format(format f, char const* op) {
   if (f.eb > max_arith_eb)
     throw std::invalid_argument(std::string("swflt::") + op + ": format " + format_text(f) +
                                 " has more than " + std::to_string(max_arith_eb) +
@@ -70,7 +75,7 @@ void check_same(char const* op, IEEEFloat const& x, IEEEFloat const& y) {
     throw std::invalid_argument(std::string("swflt::") + op + ": operands of different formats " +
                                 format_text(x.get_format()) + " and " +
                                 format_text(y.get_format()));
-  check_arith_format(x.get_format(), op);
+  check_operand_format(x.get_format(), op);
 }
 
 ExpRange::ExpRange(format f) noexcept : emin_(mpfr_get_emin()), emax_(mpfr_get_emax()) {
@@ -129,10 +134,18 @@ void load(mpfr_ptr v, IEEEFloat const& x) {
     std::uint64_t const sig = exp == 0 ? trail : trail | (tmask + 1);
     std::int64_t const e = (exp == 0 ? 1 : static_cast<std::int64_t>(exp)) - bias -
                            static_cast<std::int64_t>(f.sb - 1);
-    if (sig == 0)
-      mpfr_set_zero(v, 1); // the sign is applied below
-    else
-      mpfr_set_ui_2exp(v, sig, e, MPFR_RNDN); // exact: sig has at most sb bits
+    if (sig == 0) {
+      mpfr_set_zero(v, sign ? -1 : 1);
+    } else {
+      // Written straight into the one-limb significand (normalised, low bits
+      // clear); the exponent lies in the current range by the precondition.
+      auto* limb = static_cast<mp_limb_t*>(mpfr_custom_get_significand(v));
+      int const lz = std::countl_zero(sig);
+      limb[0] = sig << lz;
+      mpfr_custom_init_set(v, sign ? -MPFR_REGULAR_KIND : MPFR_REGULAR_KIND, e + 64 - lz,
+                           static_cast<mpfr_prec_t>(f.sb), limb);
+    }
+    return;
   } else {
     PatternView const p(x);
     mpz_ptr z = scratch().z;

@@ -32,6 +32,9 @@ inline constexpr std::uint64_t max_arith_eb = 60;
 // exponent width exceeds max_arith_eb.
 void check_rm(rounding_mode rm, char const* op);
 void check_arith_format(format f, char const* op);
+// The exponent-width check alone, for the format of an existing value (valid
+// by IEEEFloat's invariant).
+void check_operand_format(format f, char const* op);
 // Both of the above for every operand, and equal formats.
 void check_same(char const* op, IEEEFloat const& x, IEEEFloat const& y);
 std::string format_text(format f);
