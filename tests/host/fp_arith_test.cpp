@@ -170,6 +170,58 @@ TEST(FpArith, RandomOperandsInWiderFormats) {
   }
 }
 
+// Exponent ranges beyond the oracle's reach (eb up to 60): values near 1 must
+// behave exactly as in (11, sb), and the ends of the range must overflow and
+// underflow by the rules.
+TEST(FpArith, WideExponentRanges) {
+  std::mt19937_64 rng(60);
+  for (format f : {format{31, 6}, format{40, 6}, format{60, 4}, format{45, 19}}) {
+    format const mid{11, f.sb};
+    auto const near_one = [&] {
+      mpz_class const exp = 1023 - 60 + static_cast<long>(rng() % 120);
+      mpz_class const bits = (mpz_class(rng() % 2) << (10 + f.sb)) | exp << (f.sb - 1) |
+                             mpz_class(static_cast<unsigned long>(rng()) % (1ul << (f.sb - 1)));
+      return value(bits, mid);
+    };
+    auto const wide = [&](IEEEFloat const& x) { return convert(RNE, x, f); };
+    for (int i = 0; i < 300; ++i) {
+      rounding_mode const m = mode(static_cast<int>(rng() % 5));
+      IEEEFloat const x = near_one(), y = near_one(), z = near_one();
+      IEEEFloat const wx = wide(x), wy = wide(y), wz = wide(z);
+      ASSERT_EQ(bits_of(convert(RNE, wx, mid)), bits_of(x));
+      auto back = [&](IEEEFloat const& r) { return convert(RNE, r, mid).to_str(); };
+      EXPECT_EQ(back(add(m, wx, wy)), add(m, x, y).to_str());
+      EXPECT_EQ(back(mul(m, wx, wy)), mul(m, x, y).to_str());
+      EXPECT_EQ(back(div(m, wx, wy)), div(m, x, y).to_str());
+      EXPECT_EQ(back(fma(m, wx, wy, wz)), fma(m, x, y, z).to_str());
+      EXPECT_EQ(back(sqrt(m, abs(wx))), sqrt(m, abs(x)).to_str());
+      EXPECT_EQ(back(rem(wx, wy)), rem(x, y).to_str());
+      EXPECT_EQ(back(round_to_integral(m, wx)), round_to_integral(m, x).to_str());
+      EXPECT_EQ(to_sbv(m, wx, 40).value_or(QNumber(7, 3)),
+                to_sbv(m, x, 40).value_or(QNumber(7, 3)));
+    }
+    // The largest finite value and the smallest subnormal.
+    mpz_class const inf_bits = ((mpz_class(1) << f.eb) - 1) << (f.sb - 1);
+    IEEEFloat const big = value(inf_bits - 1, f), tiny = value(1, f),
+                    two = wide(value(mpz_class(1024) << (f.sb - 1), mid));
+    IEEEFloat inf(f, RNE);
+    inf.self_inf(false);
+    EXPECT_EQ(bits_of(mul(RTZ, big, big)), bits_of(big));
+    EXPECT_EQ(bits_of(mul(RNE, big, big)), bits_of(inf));
+    EXPECT_EQ(bits_of(add(RTP, big, tiny)), bits_of(inf));
+    EXPECT_EQ(bits_of(add(RNE, big, tiny)), bits_of(big));
+    EXPECT_EQ(bits_of(mul(RTP, tiny, tiny)), bits_of(tiny));
+    EXPECT_TRUE(mul(RNE, tiny, tiny).is_zero());
+    EXPECT_TRUE(div(RNE, tiny, two).is_zero()); // halfway, to the even zero
+    EXPECT_EQ(bits_of(div(RNA, tiny, two)), bits_of(tiny));
+    EXPECT_FALSE(to_ubv(RNE, big, 64).has_value());
+    EXPECT_EQ(bits_of(rem(big, tiny)), 0);
+    if (f.eb > 31) {
+      EXPECT_THROW(to_real(big), std::length_error);
+    }
+  }
+}
+
 TEST(FpArith, RejectsBadInput) {
   IEEEFloat const a(format{8, 24}, RNE), b(format{11, 53}, RNE);
   EXPECT_THAT([&] { add(RNE, a, b); },
