@@ -79,9 +79,8 @@ void check_same(char const* op, IEEEFloat const& x, IEEEFloat const& y) {
 }
 
 ExpRange::ExpRange(format f) noexcept : emin_(mpfr_get_emin()), emax_(mpfr_get_emax()) {
-  std::int64_t const bias = bias_of(f);
-  mpfr_set_emin(3 - bias - static_cast<std::int64_t>(f.sb));
-  mpfr_set_emax(bias + 1);
+  mpfr_set_emin(format_emin(f));
+  mpfr_set_emax(format_emax(f));
 }
 
 ExpRange::ExpRange() noexcept : emin_(mpfr_get_emin()), emax_(mpfr_get_emax()) {
@@ -237,27 +236,19 @@ IEEEFloat store(mpfr_srcptr v, format f) {
   return IEEEFloat::from_bits(static_cast<mpz_srcptr>(z), f);
 }
 
-int fit(mpfr_ptr v, int t, mpfr_rnd_t rnd, format f) {
-  ExpRange const narrow(f);
-  t = mpfr_check_range(v, t, rnd);
-  return mpfr_subnormalize(v, t, rnd);
-}
-
 IEEEFloat round_exact_ties_away(mpfr_srcptr v, format f) {
+  if (!mpfr_regular_p(v)) return store(v, f);
   Scratch& s = scratch();
-  auto const sb = static_cast<mpfr_prec_t>(f.sb);
-  use_prec(s.n, sb);
-  int const tn = fit(s.n, mpfr_set(s.n, v, MPFR_RNDN), MPFR_RNDN, f);
-  // Exact, or rounded to infinity (ties-even and ties-away overflow alike),
-  // or not a tie: nearest-even is the answer.  Otherwise v is halfway iff
-  // 2v equals the sum of its neighbours below and above in magnitude.
-  if (tn == 0 || mpfr_inf_p(s.n)) return store(s.n, f);
-  use_prec(s.u, sb);
-  fit(s.u, mpfr_set(s.u, v, MPFR_RNDA), MPFR_RNDA, f);
+  auto const set = [v](mpfr_ptr out, mpfr_rnd_t rnd) { return mpfr_set(out, v, rnd); };
+  round_into(s.n, MPFR_RNDN, f, set);
+  // Exact, or rounded to infinity (ties-even and ties-away overflow alike):
+  // nearest-even is the answer.  Otherwise v is halfway iff 2v equals the
+  // sum of its neighbours below and above in magnitude.
+  if (mpfr_equal_p(s.n, v) || mpfr_inf_p(s.n)) return store(s.n, f);
+  round_into(s.u, MPFR_RNDA, f, set);
   if (mpfr_inf_p(s.u)) return store(s.n, f);
-  use_prec(s.s, sb);
-  fit(s.s, mpfr_set(s.s, v, MPFR_RNDZ), MPFR_RNDZ, f);
-  mpfr_prec_round(s.s, sb + 2, MPFR_RNDN); // the sum of neighbours is then exact
+  round_into(s.s, MPFR_RNDZ, f, set);
+  mpfr_prec_round(s.s, static_cast<mpfr_prec_t>(f.sb) + 2, MPFR_RNDN); // the sum is then exact
   mpfr_add(s.s, s.s, s.u, MPFR_RNDN);
   mpfr_div_2ui(s.s, s.s, 1, MPFR_RNDN);
   return store(mpfr_equal_p(s.s, v) ? s.u : s.n, f);

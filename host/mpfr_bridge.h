@@ -3,7 +3,8 @@
 //
 // A format (eb, sb) is emulated in MPFR by precision sb and the exponent range
 // [3 - bias - sb, bias + 1] (MPFR counts exponents of significands in
-// [1/2, 1)), with mpfr_subnormalize giving the subnormal grid.  Every value of
+// [1/2, 1)), subnormal results being rounded again at the precision of
+// the subnormal grid in their binade.  Every value of
 // the format converts to MPFR exactly at precision sb and back.  Arithmetic
 // needs the whole range inside MPFR's, so it accepts formats with eb <= 60;
 // the exponents of one operation's exact result then stay far inside MPFR's
@@ -88,10 +89,38 @@ void load(mpfr_ptr v, IEEEFloat const& x);
 // The value of format f equal to v; v must be a value of f (NaN any sign).
 IEEEFloat store(mpfr_srcptr v, format f);
 
-// Narrows v, the rounding of some real y at precision sb of f in the widest
-// range with ternary t, to f's range and subnormal grid.  Call under the
-// widest range.  Returns the ternary of the whole rounding of y.
-int fit(mpfr_ptr v, int t, mpfr_rnd_t rnd, format f);
+// The MPFR exponent range that emulates f: [format_emin, format_emax].
+inline mpfr_exp_t format_emin(format f) noexcept {
+  return 3 - ((std::int64_t{1} << (f.eb - 1)) - 1) - static_cast<std::int64_t>(f.sb);
+}
+inline mpfr_exp_t format_emax(format f) noexcept {
+  return std::int64_t{1} << (f.eb - 1);
+}
+
+// v = y rounded to f under rnd, where op(out, rnd) writes y rounded to out's
+// precision and returns the ternary; op must not read v.  Call under the
+// widest range.  Subnormal results are rounded once more, at the precision
+// the subnormal grid has in their binade: one correct rounding to the grid
+// (mpfr_subnormalize would allocate a temporary).  The exception is a result
+// that rounding to sb bits carried up into a power of two: it lies on the grid
+// already.  Overflow and underflow are MPFR's, under f's range.
+template <class Op>
+void round_into(mpfr_ptr v, mpfr_rnd_t rnd, format f, Op&& op) {
+  auto const sb = static_cast<mpfr_prec_t>(f.sb);
+  use_prec(v, sb);
+  int const t = op(v, rnd);
+  if (!mpfr_regular_p(v)) return;
+  mpfr_exp_t const e = mpfr_get_exp(v), emin = format_emin(f);
+  if (e < emin || e > format_emax(f)) {
+    ExpRange const narrow(f);
+    mpfr_check_range(v, t, rnd);
+    return;
+  }
+  if (e >= emin + sb - 1) return;
+  if (t != 0 && (t > 0) == (mpfr_sgn(v) > 0) && mpfr_min_prec(v) == 1) return; // carried
+  use_prec(v, e - emin + 1);
+  op(v, rnd);
+}
 
 // The value of f nearest to y under rm, where op(out, rnd) writes y rounded
 // to out's precision under rnd and returns the ternary.  Call under the
@@ -102,9 +131,9 @@ template <class Op>
 IEEEFloat round_general(rounding_mode rm, format f, Op&& op);
 
 // The same for an operation whose operands are values of f, loaded and run
-// under f's own range (ExpRange(f)): then MPFR's own overflow handling and
-// mpfr_subnormalize finish the rounding, with no range change in between
-// except for ties-away.
+// under f's own range (ExpRange(f)): then MPFR's own overflow and underflow
+// handling finish the rounding, with no range change in between except for
+// ties-away.
 template <class Op>
 IEEEFloat round_same(rounding_mode rm, format f, Op&& op);
 
@@ -123,10 +152,7 @@ IEEEFloat round_general(rounding_mode rm, format f, Op&& op) {
     use_prec(s.r, sb + 1);
     if (op(s.r, MPFR_RNDZ) == 0) return round_exact_ties_away(s.r, f);
   }
-  mpfr_rnd_t const rnd = mpfr_rounding(rm);
-  use_prec(s.r, sb);
-  int const t = op(s.r, rnd);
-  fit(s.r, t, rnd, f);
+  round_into(s.r, mpfr_rounding(rm), f, op);
   return store(s.r, f);
 }
 
@@ -138,8 +164,23 @@ IEEEFloat round_same(rounding_mode rm, format f, Op&& op) {
   }
   Scratch& s = scratch();
   mpfr_rnd_t const rnd = mpfr_rounding(rm);
-  use_prec(s.r, static_cast<mpfr_prec_t>(f.sb));
-  mpfr_subnormalize(s.r, op(s.r, rnd), rnd);
+  auto const sb = static_cast<mpfr_prec_t>(f.sb);
+  use_prec(s.r, sb);
+  int const t = op(s.r, rnd);
+  // Subnormal range: the grid has e - emin + 1 bits in the binade of e.
+  // Rather than mpfr_subnormalize (which allocates a temporary), y is
+  // rounded once more at that precision, which is one correct rounding to
+  // the grid, unless rounding to sb bits carried y up into the next binade
+  // (then r, a power of two, is on the grid already).
+  mpfr_exp_t const emin = format_emin(f);
+  if (mpfr_regular_p(s.r) && mpfr_get_exp(s.r) < emin + sb - 1) {
+    bool const carried = t != 0 && (t > 0) == (mpfr_sgn(s.r) > 0) && mpfr_min_prec(s.r) == 1;
+    if (!carried) {
+      use_prec(s.n, mpfr_get_exp(s.r) - emin + 1);
+      op(s.n, rnd);
+      return store(s.n, f);
+    }
+  }
   return store(s.r, f);
 }
 

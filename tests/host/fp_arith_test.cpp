@@ -285,11 +285,13 @@ TEST(FpArith, NarrowFormatsAllocateNothingOnceWarm) {
   for (format f : {format{11, 53}, format{5, 11}, format{10, 47}}) {
     IEEEFloat const x = from_rational(RNE, QNumber(10, 3), f),
                     y = from_rational(RNE, QNumber(-7, 5), f);
+    // The smallest normal value over 10/3: a subnormal result.
+    IEEEFloat const least = IEEEFloat::from_bits(std::uint64_t{1} << (f.sb - 1), f);
     auto const run = [&] {
       for (int rm = 0; rm < 5; ++rm)
         (void)(add(mode(rm), x, y).is_nan() + mul(mode(rm), x, y).is_nan() +
-               div(mode(rm), x, y).is_nan() + fma(mode(rm), x, y, x).is_nan() +
-               sqrt(mode(rm), x).is_nan() + rem(x, y).is_nan() +
+               div(mode(rm), least, x).is_nan() + div(mode(rm), x, y).is_nan() +
+               fma(mode(rm), x, y, x).is_nan() + sqrt(mode(rm), x).is_nan() + rem(x, y).is_nan() +
                round_to_integral(mode(rm), x).is_nan() +
                convert(mode(rm), x, format{8, 24}).is_nan());
     };
