@@ -132,7 +132,7 @@ IEEEFloat rem_narrow(IEEEFloat const& x, IEEEFloat const& y) {
   }
   detail::Scratch& s = scratch();
   detail::use_prec(s.r, static_cast<mpfr_prec_t>(x.get_format().sb));
-  detail::ExpRange const wide;
+  detail::RangeFor const range(x.get_format());
   bool const negative = x.get_sign() != flip;
   if (r == 0)
     mpfr_set_zero(s.r, x.get_sign() ? -1 : 1);
@@ -207,10 +207,10 @@ IEEEFloat binary_any(Op2 op, rounding_mode rm, IEEEFloat const& x, IEEEFloat con
                                                                               mpfr_mul, mpfr_div};
   auto const fn = mp[static_cast<int>(op)];
   Scratch& s = scratch();
-  ExpRange const range(f);
+  RangeFor const range(f);
   load(s.a, x);
   load(s.b, y);
-  return round_same(rm, f, [&](mpfr_ptr out, mpfr_rnd_t rnd) { return fn(out, s.a, s.b, rnd); });
+  return round_general(rm, f, [&](mpfr_ptr out, mpfr_rnd_t rnd) { return fn(out, s.a, s.b, rnd); });
 }
 
 IEEEFloat fma_any(rounding_mode rm, IEEEFloat const& x, IEEEFloat const& y, IEEEFloat const& z) {
@@ -227,11 +227,11 @@ IEEEFloat fma_any(rounding_mode rm, IEEEFloat const& x, IEEEFloat const& y, IEEE
     break;
   }
   Scratch& s = scratch();
-  ExpRange const range(f);
+  RangeFor const range(f);
   load(s.a, x);
   load(s.b, y);
   load(s.c, z);
-  return round_same(
+  return round_general(
       rm, f, [&](mpfr_ptr out, mpfr_rnd_t rnd) { return mpfr_fma(out, s.a, s.b, s.c, rnd); });
 }
 
@@ -248,9 +248,10 @@ IEEEFloat sqrt_any(rounding_mode rm, IEEEFloat const& x) {
     break;
   }
   Scratch& s = scratch();
-  ExpRange const range(f);
+  RangeFor const range(f);
   load(s.a, x);
-  return round_same(rm, f, [&](mpfr_ptr out, mpfr_rnd_t rnd) { return mpfr_sqrt(out, s.a, rnd); });
+  return round_general(rm, f,
+                       [&](mpfr_ptr out, mpfr_rnd_t rnd) { return mpfr_sqrt(out, s.a, rnd); });
 }
 
 } // namespace detail
@@ -264,11 +265,11 @@ IEEEFloat rem(IEEEFloat const& x, IEEEFloat const& y) {
       !x.is_zero())
     return rem_narrow(x, y);
   detail::Scratch& s = scratch();
-  detail::ExpRange const range(f);
+  detail::RangeFor const range(f);
   load(s.a, x);
   load(s.b, y);
   // The remainder is exact, so the rounding mode does not matter.
-  return detail::round_same(
+  return detail::round_general(
       RNE, f, [&](mpfr_ptr out, mpfr_rnd_t rnd) { return mpfr_remainder(out, s.a, s.b, rnd); });
 }
 
@@ -276,7 +277,7 @@ IEEEFloat round_to_integral(rounding_mode rm, IEEEFloat const& x) {
   check_rm(rm, "round_to_integral");
   detail::check_operand_format(x.get_format(), "round_to_integral");
   detail::Scratch& s = scratch();
-  detail::ExpRange const wide;
+  detail::RangeFor const range(x.get_format());
   load(s.a, x);
   // The integer is computed exactly at one more bit than x has (it may carry
   // into a new leading bit), then rounded to the format like any result.

@@ -93,6 +93,22 @@ ExpRange::~ExpRange() {
   mpfr_set_emax(emax_);
 }
 
+RangeFor::RangeFor(format f) noexcept : emin_(mpfr_get_emin()), emax_(mpfr_get_emax()) {
+  mpfr_exp_t const room = 4 * (format_emax(f) + static_cast<mpfr_exp_t>(f.sb));
+  changed_ = emin_ > -room || emax_ < room;
+  if (changed_) {
+    mpfr_set_emin(mpfr_get_emin_min());
+    mpfr_set_emax(mpfr_get_emax_max());
+  }
+}
+
+RangeFor::~RangeFor() {
+  if (changed_) {
+    mpfr_set_emin(emin_);
+    mpfr_set_emax(emax_);
+  }
+}
+
 Scratch::Scratch() noexcept {
   for (mpfr_ptr v : {a, b, c, r, n, s, u})
     mpfr_init2(v, 64);

@@ -67,6 +67,22 @@ private:
   mpfr_exp_t emin_, emax_;
 };
 
+// For its lifetime, a range with room for every exact result of one
+// operation on values of f (about four times f's range): MPFR's current range
+// when it has that room (the default range does for eb <= 27), the widest
+// range otherwise.  Saves the range switches on the common path.
+class RangeFor {
+public:
+  explicit RangeFor(format f) noexcept;
+  ~RangeFor();
+  RangeFor(RangeFor const&) = delete;
+  RangeFor& operator=(RangeFor const&) = delete;
+
+private:
+  mpfr_exp_t emin_, emax_;
+  bool changed_;
+};
+
 // Per-thread scratch: operands a, b, c; results r, n; helpers s, u; integer z.
 struct Scratch {
   mpfr_t a, b, c, r, n, s, u;
@@ -98,8 +114,8 @@ inline mpfr_exp_t format_emax(format f) noexcept {
 }
 
 // v = y rounded to f under rnd, where op(out, rnd) writes y rounded to out's
-// precision and returns the ternary; op must not read v.  Call under the
-// widest range.  Subnormal results are rounded once more, at the precision
+// precision and returns the ternary; op must not read v.  Call under a range
+// with room for y.  Subnormal results are rounded once more, at the precision
 // the subnormal grid has in their binade: one correct rounding to the grid
 // (mpfr_subnormalize would allocate a temporary).  The exception is a result
 // that rounding to sb bits carried up into a power of two: it lies on the grid
@@ -123,19 +139,13 @@ void round_into(mpfr_ptr v, mpfr_rnd_t rnd, format f, Op&& op) {
 }
 
 // The value of f nearest to y under rm, where op(out, rnd) writes y rounded
-// to out's precision under rnd and returns the ternary.  Call under the
-// widest range (operands loaded under it); runs op once, or twice for
+// to out's precision under rnd and returns the ternary.  Call under a range
+// with room for y (RangeFor or the widest; operands loaded under it); runs
+// op once, or twice for
 // ties-away (which MPFR lacks).  op may read scratch().a to c but not write
 // r, n, s or u.
 template <class Op>
 IEEEFloat round_general(rounding_mode rm, format f, Op&& op);
-
-// The same for an operation whose operands are values of f, loaded and run
-// under f's own range (ExpRange(f)): then MPFR's own overflow and underflow
-// handling finish the rounding, with no range change in between except for
-// ties-away.
-template <class Op>
-IEEEFloat round_same(rounding_mode rm, format f, Op&& op);
 
 // Ties-away rounding of an exact value v (at most sb + 1 significant bits)
 // to f, under the widest range: whether v lies halfway is decided exactly.
@@ -153,34 +163,6 @@ IEEEFloat round_general(rounding_mode rm, format f, Op&& op) {
     if (op(s.r, MPFR_RNDZ) == 0) return round_exact_ties_away(s.r, f);
   }
   round_into(s.r, mpfr_rounding(rm), f, op);
-  return store(s.r, f);
-}
-
-template <class Op>
-IEEEFloat round_same(rounding_mode rm, format f, Op&& op) {
-  if (rm == IEEEFloat::rm_nearest_away) {
-    ExpRange const wide;
-    return round_general(rm, f, op);
-  }
-  Scratch& s = scratch();
-  mpfr_rnd_t const rnd = mpfr_rounding(rm);
-  auto const sb = static_cast<mpfr_prec_t>(f.sb);
-  use_prec(s.r, sb);
-  int const t = op(s.r, rnd);
-  // Subnormal range: the grid has e - emin + 1 bits in the binade of e.
-  // Rather than mpfr_subnormalize (which allocates a temporary), y is
-  // rounded once more at that precision, which is one correct rounding to
-  // the grid, unless rounding to sb bits carried y up into the next binade
-  // (then r, a power of two, is on the grid already).
-  mpfr_exp_t const emin = format_emin(f);
-  if (mpfr_regular_p(s.r) && mpfr_get_exp(s.r) < emin + sb - 1) {
-    bool const carried = t != 0 && (t > 0) == (mpfr_sgn(s.r) > 0) && mpfr_min_prec(s.r) == 1;
-    if (!carried) {
-      use_prec(s.n, mpfr_get_exp(s.r) - emin + 1);
-      op(s.n, rnd);
-      return store(s.n, f);
-    }
-  }
   return store(s.r, f);
 }
 
