@@ -19,8 +19,8 @@
 // Float64 and Float32 under ties-to-even use the hardware for add, sub, mul,
 // div, fma, sqrt and rem (Float64 inline); this relies on the default
 // floating-point environment (ties-to-even, no flush-to-zero), which the
-// program must not change.  Every other case goes through MPFR, whose
-// exponent range each call sets and restores.  Formats of at most 64 bits
+// program must not change.  Every other case goes through MPFR; each call
+// leaves MPFR's exponent range as it found it.  Formats of at most 64 bits
 // allocate nothing once an operation has run on them: the MPFR scratch is per
 // thread and only grows.
 #pragma once

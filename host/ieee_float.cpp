@@ -76,8 +76,8 @@ std::string format_text(format f) {
 // Decimal text of an integer, abbreviated when it would be unreadably long.
 std::string integer_text(mpz_srcptr x) {
   std::size_t const bits = mpz_sizeinbase(x, 2);
-  if (bits > 256)
-    return (mpz_sgn(x) < 0 ? "a negative " : "a ") + std::to_string(bits) + "-bit integer";
+  if (bits > 256) return (mpz_sgn(x) < 0 ? "a negative " : "a ") + std::to_string(bits) +
+                         "-bit integer";
   std::string s(mpz_sizeinbase(x, 10) + 2, '\0');
   mpz_get_str(s.data(), 10, x);
   s.resize(s.find('\0'));
@@ -171,10 +171,8 @@ void round_to_pattern(bool negative, mpz_srcptr m, std::int64_t e, format f, mpz
       std::int64_t const unbiased = q + sb - 1;
       if (huge_range) {
         set_ones(out, f.eb - 1);
-        if (unbiased >= 0)
-          mpz_add_ui(out, out, static_cast<unsigned long>(unbiased));
-        else
-          mpz_sub_ui(out, out, static_cast<unsigned long>(-unbiased));
+        if (unbiased >= 0) mpz_add_ui(out, out, static_cast<unsigned long>(unbiased));
+        else mpz_sub_ui(out, out, static_cast<unsigned long>(-unbiased));
       } else {
         mpz_set_si(out, unbiased + bias);
       }
@@ -190,9 +188,9 @@ void round_to_pattern(bool negative, mpz_srcptr m, std::int64_t e, format f, mpz
 
 void IEEEFloat::check_format(format f) {
   if (f.eb < 2 || f.sb < 2 || f.eb > max_width || f.sb > max_width || f.eb + f.sb > max_width)
-    throw std::invalid_argument(
-        "IEEEFloat: invalid format (eb, sb) = " + format_text(f) +
-        ": need eb >= 2, sb >= 2 and eb + sb <= " + std::to_string(max_width));
+    throw std::invalid_argument("IEEEFloat: invalid format (eb, sb) = " + format_text(f) +
+                                ": need eb >= 2, sb >= 2 and eb + sb <= " +
+                                std::to_string(max_width));
 }
 
 IEEEFloat::payload_kind IEEEFloat::kind_of(format f) noexcept {
@@ -211,10 +209,8 @@ IEEEFloat::IEEEFloat(format f, rounding_mode rm) : fmt_(f), tag_(0), payload_{0}
 }
 
 IEEEFloat::IEEEFloat(IEEEFloat const& other) : fmt_(other.fmt_), tag_(other.tag_), payload_{0} {
-  if (other.narrow())
-    payload_.u64 = other.payload_.u64;
-  else
-    payload_.q = new QNumber(*other.payload_.q);
+  if (other.narrow()) payload_.u64 = other.payload_.u64;
+  else payload_.q = new QNumber(*other.payload_.q);
 }
 
 IEEEFloat::IEEEFloat(IEEEFloat&& other) noexcept
@@ -272,8 +268,8 @@ IEEEFloat IEEEFloat::from_bits(QNumber const& bits, format f) {
   bits.get_den(den);
   if (mpz_cmp_ui(den.get(), 1) != 0)
     throw std::invalid_argument("IEEEFloat::from_bits: pattern " + integer_text(num) + "/" +
-                                integer_text(den) + " is not an integer (format " + format_text(f) +
-                                ")");
+                                integer_text(den) + " is not an integer (format " +
+                                format_text(f) + ")");
   return from_bits(static_cast<mpz_srcptr>(num), f);
 }
 
@@ -282,8 +278,8 @@ IEEEFloat IEEEFloat::from_bits(std::uint64_t bits, format f) {
   std::uint64_t const w = f.eb + f.sb;
   if (w < 64 && (bits >> w) != 0)
     throw std::invalid_argument("IEEEFloat::from_bits: pattern " + std::to_string(bits) +
-                                " does not fit format " + format_text(f) + " (need pattern < 2^" +
-                                std::to_string(w) + ")");
+                                " does not fit format " + format_text(f) +
+                                " (need pattern < 2^" + std::to_string(w) + ")");
   IEEEFloat r(f, rm_nearest_even);
   r.set_bits_u64(bits);
   return r;
@@ -319,10 +315,8 @@ void IEEEFloat::set_bits(mpz_srcptr bits) {
 }
 
 void IEEEFloat::get_bits(mpz_ptr out) const {
-  if (narrow())
-    mpz_set_ui(out, payload_.u64);
-  else
-    payload_.q->get_num(out);
+  if (narrow()) mpz_set_ui(out, payload_.u64);
+  else payload_.q->get_num(out);
 }
 
 void IEEEFloat::self_inf(bool negative) {
@@ -388,11 +382,9 @@ std::string IEEEFloat::to_str() const {
   s += "(fp #b";
   s += bit(w - 1);
   s += " #b";
-  for (std::uint64_t i = w - 1; i-- > fmt_.sb - 1;)
-    s += bit(i);
+  for (std::uint64_t i = w - 1; i-- > fmt_.sb - 1;) s += bit(i);
   s += " #b";
-  for (std::uint64_t i = fmt_.sb - 1; i-- > 0;)
-    s += bit(i);
+  for (std::uint64_t i = fmt_.sb - 1; i-- > 0;) s += bit(i);
   s += ')';
   return s;
 }
@@ -446,7 +438,8 @@ double IEEEFloat::to_double() const {
   mpz_add_ui(lead, lead, mpz_sizeinbase(s, 2) - 1);
   if (mpz_cmp_si(lead.get(), 1100) > 0) return sign * std::numeric_limits<double>::infinity();
   if (mpz_cmp_si(lead.get(), -1200) < 0) return sign * 0.0;
-  std::int64_t const e = mpz_get_si(lead) - static_cast<std::int64_t>(mpz_sizeinbase(s, 2)) + 1;
+  std::int64_t const e =
+      mpz_get_si(lead) - static_cast<std::int64_t>(mpz_sizeinbase(s, 2)) + 1;
   Mpz out;
   round_to_pattern(x.sign, s, e, format{11, 53}, out);
   return std::bit_cast<double>(static_cast<std::uint64_t>(mpz_get_ui(out)));

@@ -104,7 +104,9 @@ public:
   void self_inf(bool negative);
   void self_nan();
 
-  bool is_nan() const { return narrow() ? magnitude64() > inf_magnitude64() : is_nan_wide(); }
+  bool is_nan() const {
+    return narrow() ? magnitude64() > inf_magnitude64() : is_nan_wide();
+  }
   bool is_inf() const;
   bool is_zero() const;
   bool is_subnormal() const;

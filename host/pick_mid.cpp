@@ -65,18 +65,17 @@ void check_same_format(IEEEFloat const& a, IEEEFloat const& b) {
   format const fb = b.get_format();
   if (!(fa == fb))
     throw std::invalid_argument("pick_mid_avg: ends of different formats (" +
-                                std::to_string(fa.eb) + ", " + std::to_string(fa.sb) + ") and (" +
-                                std::to_string(fb.eb) + ", " + std::to_string(fb.sb) + ")");
+                                std::to_string(fa.eb) + ", " + std::to_string(fa.sb) +
+                                ") and (" + std::to_string(fb.eb) + ", " +
+                                std::to_string(fb.sb) + ")");
 }
 
 IEEEFloat rank_step(IEEEFloat const& x, int step) {
   if (x.narrow()) return from_rank64(rank64(x) + step, x.get_format());
   Mpz r;
   packed_rank(x, r.v);
-  if (step > 0)
-    mpz_add_ui(r.v, r.v, 1);
-  else
-    mpz_sub_ui(r.v, r.v, 1);
+  if (step > 0) mpz_add_ui(r.v, r.v, 1);
+  else mpz_sub_ui(r.v, r.v, 1);
   return from_packed_rank(r.v, x.get_format());
 }
 
@@ -114,12 +113,8 @@ IEEEFloat from_packed_rank(mpz_srcptr r, format f) {
   return IEEEFloat::from_bits(pattern.v, f);
 }
 
-IEEEFloat next_below(IEEEFloat const& x) {
-  return rank_step(x, -1);
-}
-IEEEFloat next_above(IEEEFloat const& x) {
-  return rank_step(x, +1);
-}
+IEEEFloat next_below(IEEEFloat const& x) { return rank_step(x, -1); }
+IEEEFloat next_above(IEEEFloat const& x) { return rank_step(x, +1); }
 
 namespace fp::utils {
 
