@@ -234,12 +234,6 @@ IEEEFloat& IEEEFloat::operator=(IEEEFloat&& other) noexcept {
   return *this;
 }
 
-IEEEFloat::~IEEEFloat() { release(); }
-
-void IEEEFloat::release() noexcept {
-  if (!narrow()) delete payload_.q;
-}
-
 IEEEFloat IEEEFloat::from_bits(mpz_srcptr bits, format f) {
   check_format(f);
   if (mpz_sgn(bits) < 0 || (mpz_sgn(bits) > 0 && mpz_sizeinbase(bits, 2) > f.eb + f.sb))

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds the benchmarks in Release and runs the whole suite (ours and every
-# peer side by side, one process), then writes
+# peer side by side, one process; the floating-point arithmetic against
+# hardware double and bare MPFR included), then writes
 #   bench-results/results.json  Google Benchmark's machine-readable output,
 #   bench-results/ratios.md     ratios against each peer, goals met or missed,
 #   bench-results/plot.png      time per operation against size.

@@ -1,0 +1,254 @@
+// Arithmetic and conversions against the exact oracle: every operation, mode
+// and operand pair of three small formats (a sample of triples for fma),
+// conversions among them and from every short bit-vector; random operands in
+// Float16/32/64 (the hardware fast paths), Float128 and odd wide formats; the
+// errors for bad input; no allocation per operation on narrow formats.
+#include "tests/common/fp_oracle_check.h"
+#include "host/fp_arith.h"
+#include "host/fp_convert.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace qorv::swflt {
+namespace {
+
+using format = IEEEFloat::format;
+using oracle::Oracle;
+using ::testing::HasSubstr;
+using ::testing::ThrowsMessage;
+
+mpz_class bits_of(IEEEFloat const& x) {
+  mpz_class z;
+  x.get_bits(z.get_mpz_t());
+  return z;
+}
+IEEEFloat value(mpz_class const& bits, format f) {
+  return IEEEFloat::from_bits(bits.get_mpz_t(), f);
+}
+rounding_mode mode(int i) {
+  return static_cast<rounding_mode>(i);
+}
+
+using oracle::Op;
+auto op_of(int i) {
+  return static_cast<Op>(i);
+}
+
+format const small_formats[] = {{2, 3}, {3, 4}, {4, 3}};
+
+// Under AddressSanitizer (a Debug build) the exhaustive run keeps half
+// of the pairs, every x and every y among them, to stay within a minute; the
+// ordinary build checks them all.
+#ifdef __SANITIZE_ADDRESS__
+constexpr unsigned long pair_stride = 2;
+#else
+constexpr unsigned long pair_stride = 1;
+#endif
+
+TEST(FpArith, ExhaustiveOnSmallFormats) {
+  std::mt19937_64 rng(14);
+  for (format f : small_formats) {
+    Oracle const o(f.eb, f.sb);
+    unsigned long const n = 1ul << (f.eb + f.sb);
+    for (int rm = 0; rm < 5; ++rm) {
+      for (unsigned long x = 0; x < n; ++x) {
+        for (unsigned long y = x % pair_stride; y < n; y += pair_stride) {
+          // Every operation on every pair, fma with a random third operand;
+          // single-operand ones on a few y only (y picks the width).
+          for (int op = 0; op < static_cast<int>(Op::count); ++op) {
+            Op const k = op_of(op);
+            bool const binary =
+                k <= Op::fma || k == Op::rem || k == Op::min || k == Op::max || k == Op::compare;
+            if (!binary && y >= 6 * pair_stride) continue;
+            oracle::Case const c{k, rm, f, x, y, rng() % n, y == 5 ? 64 : y + 1};
+            ASSERT_EQ(oracle::check(o, c), "");
+          }
+        }
+      }
+    }
+  }
+}
+
+TEST(FpArith, ExhaustiveConversions) {
+  for (format from : small_formats) {
+    Oracle const src(from.eb, from.sb);
+    for (format to : {format{2, 3}, format{3, 4}, format{4, 3}, format{5, 11}}) {
+      Oracle const dst(to.eb, to.sb);
+      for (int rm = 0; rm < 5; ++rm)
+        for (unsigned long x = 0; x < (1ul << (from.eb + from.sb)); ++x)
+          ASSERT_EQ(bits_of(convert(mode(rm), value(x, from), to)), dst.convert(rm, src, x))
+              << rm << " " << value(x, from).to_str() << " to (" << to.eb << "," << to.sb << ")";
+    }
+    for (int rm = 0; rm < 5; ++rm) {
+      for (long num = -70; num <= 70; ++num)
+        for (long den = 1; den <= 24; ++den)
+          ASSERT_EQ(bits_of(from_rational(mode(rm), QNumber(num, den), from)),
+                    src.round_q(mpq_class(num, den), rm, false))
+              << num << "/" << den;
+    }
+  }
+}
+
+TEST(FpArith, RandomOperandsInWiderFormats) {
+  std::mt19937_64 rng(1414);
+  for (format f : {format{5, 11}, format{8, 24}, format{11, 53}, format{15, 113}, format{4, 12},
+                   format{10, 47}, format{15, 64}, format{3, 60}}) {
+    Oracle const o(f.eb, f.sb);
+    // Wide formats cost the oracle most; the peer test covers them in bulk.
+    for (int i = 0; i < (f.eb + f.sb <= 64 ? 2000 : 300); ++i) {
+      auto const pattern = [&] { return oracle::random_pattern(rng, f.eb, f.sb); };
+      oracle::Case const c{op_of(static_cast<int>(rng() % static_cast<int>(Op::count))),
+                           static_cast<int>(rng() % 5),
+                           f,
+                           pattern(),
+                           pattern(),
+                           pattern(),
+                           1 + rng() % 70};
+      ASSERT_EQ(oracle::check(o, c), "");
+    }
+  }
+}
+
+// Exponent ranges beyond the oracle's reach (eb up to 60): values near 1 must
+// behave exactly as in (11, sb), and the ends of the range must overflow and
+// underflow by the rules.
+TEST(FpArith, WideExponentRanges) {
+  std::mt19937_64 rng(60);
+  for (format f : {format{31, 6}, format{40, 6}, format{60, 4}, format{45, 19}}) {
+    format const mid{11, f.sb};
+    auto const near_one = [&] {
+      mpz_class const exp = 1023 - 60 + static_cast<long>(rng() % 120);
+      mpz_class const bits = (mpz_class(rng() % 2) << (10 + f.sb)) | exp << (f.sb - 1) |
+                             mpz_class(static_cast<unsigned long>(rng()) % (1ul << (f.sb - 1)));
+      return value(bits, mid);
+    };
+    auto const wide = [&](IEEEFloat const& x) { return convert(RNE, x, f); };
+    for (int i = 0; i < 300; ++i) {
+      rounding_mode const m = mode(static_cast<int>(rng() % 5));
+      IEEEFloat const x = near_one(), y = near_one(), z = near_one();
+      IEEEFloat const wx = wide(x), wy = wide(y), wz = wide(z);
+      ASSERT_EQ(bits_of(convert(RNE, wx, mid)), bits_of(x));
+      auto back = [&](IEEEFloat const& r) { return convert(RNE, r, mid).to_str(); };
+      EXPECT_EQ(back(add(m, wx, wy)), add(m, x, y).to_str());
+      EXPECT_EQ(back(mul(m, wx, wy)), mul(m, x, y).to_str());
+      EXPECT_EQ(back(div(m, wx, wy)), div(m, x, y).to_str());
+      EXPECT_EQ(back(fma(m, wx, wy, wz)), fma(m, x, y, z).to_str());
+      EXPECT_EQ(back(sqrt(m, abs(wx))), sqrt(m, abs(x)).to_str());
+      EXPECT_EQ(back(rem(wx, wy)), rem(x, y).to_str());
+      EXPECT_EQ(back(round_to_integral(m, wx)), round_to_integral(m, x).to_str());
+      EXPECT_EQ(to_sbv(m, wx, 40).value_or(QNumber(7, 3)),
+                to_sbv(m, x, 40).value_or(QNumber(7, 3)));
+    }
+    // The largest finite value and the smallest subnormal.
+    mpz_class const inf_bits = ((mpz_class(1) << f.eb) - 1) << (f.sb - 1);
+    IEEEFloat const big = value(inf_bits - 1, f), tiny = value(1, f),
+                    two = wide(value(mpz_class(1024) << (f.sb - 1), mid));
+    IEEEFloat inf(f, RNE);
+    inf.self_inf(false);
+    EXPECT_EQ(bits_of(mul(RTZ, big, big)), bits_of(big));
+    EXPECT_EQ(bits_of(mul(RNE, big, big)), bits_of(inf));
+    EXPECT_EQ(bits_of(add(RTP, big, tiny)), bits_of(inf));
+    EXPECT_EQ(bits_of(add(RNE, big, tiny)), bits_of(big));
+    EXPECT_EQ(bits_of(mul(RTP, tiny, tiny)), bits_of(tiny));
+    EXPECT_TRUE(mul(RNE, tiny, tiny).is_zero());
+    EXPECT_TRUE(div(RNE, tiny, two).is_zero()); // halfway, to the even zero
+    EXPECT_EQ(bits_of(div(RNA, tiny, two)), bits_of(tiny));
+    EXPECT_FALSE(to_ubv(RNE, big, 64).has_value());
+    EXPECT_EQ(bits_of(rem(big, tiny)), 0);
+    if (f.eb > 31) {
+      EXPECT_THROW(to_real(big), std::length_error);
+    }
+  }
+}
+
+TEST(FpArith, RejectsBadInput) {
+  IEEEFloat const a(format{8, 24}, RNE), b(format{11, 53}, RNE);
+  EXPECT_THAT([&] { add(RNE, a, b); },
+              ThrowsMessage<std::invalid_argument>(HasSubstr("(8, 24) and (11, 53)")));
+  EXPECT_THAT([&] { fma(RNE, a, a, b); }, ThrowsMessage<std::invalid_argument>(HasSubstr("fma")));
+  EXPECT_THAT([&] { add(static_cast<rounding_mode>(7), a, a); },
+              ThrowsMessage<std::invalid_argument>(HasSubstr("rounding mode 7")));
+  EXPECT_THAT([&] { to_ubv(RNE, a, 0); },
+              ThrowsMessage<std::invalid_argument>(HasSubstr("width 0")));
+  mpz_class const nine(9);
+  EXPECT_THAT(
+      [&] {
+        from_sbv(RNE, nine.get_mpz_t(), 3, format{8, 24});
+      },
+      ThrowsMessage<std::invalid_argument>(HasSubstr("9 does not fit 3 bits")));
+  EXPECT_THAT(
+      [&] {
+        from_rational_text(RNE, "1.2.3", format{8, 24});
+      },
+      ThrowsMessage<std::invalid_argument>(HasSubstr("\"1.2.3\"")));
+  EXPECT_THAT(
+      [&] {
+        convert(RNE, a, format{0, 0});
+      },
+      ThrowsMessage<std::invalid_argument>(HasSubstr("(0, 0)")));
+  EXPECT_THAT(
+      [&] {
+        sqrt(RNE, IEEEFloat(format{61, 4}, RNE));
+      },
+      ThrowsMessage<std::invalid_argument>(HasSubstr("(61, 4)")));
+  EXPECT_THAT([] { parse_rounding_mode("RNX"); },
+              ThrowsMessage<std::invalid_argument>(HasSubstr("RNX")));
+  EXPECT_EQ(parse_rounding_mode("roundTowardNegative"), RTN);
+  // Text forms of rationals agree with the fraction.
+  format const f{11, 53};
+  EXPECT_EQ(from_rational_text(RTP, "-1.25", f).to_double(), -1.25);
+  EXPECT_EQ(from_rational_text(RTP, "1/3", f).to_double(),
+            from_rational(RTP, QNumber(1, 3), f).to_double());
+  EXPECT_EQ(from_rational_text(RNE, "-7", f).to_double(), -7.0);
+}
+
+// GMP's allocator is MPFR's too; count its calls next to operator new.
+int gmp_allocations = 0;
+void* counting_alloc(std::size_t n) {
+  ++gmp_allocations;
+  return std::malloc(n);
+}
+void* counting_realloc(void* p, std::size_t, std::size_t n) {
+  ++gmp_allocations;
+  return std::realloc(p, n);
+}
+void counting_free(void* p, std::size_t) {
+  std::free(p);
+}
+
+TEST(FpArith, NarrowFormatsAllocateNothingOnceWarm) {
+  void* (*old_alloc)(std::size_t);
+  void* (*old_realloc)(void*, std::size_t, std::size_t);
+  void (*old_free)(void*, std::size_t);
+  mp_get_memory_functions(&old_alloc, &old_realloc, &old_free);
+  for (format f : {format{11, 53}, format{5, 11}, format{10, 47}}) {
+    IEEEFloat const x = from_rational(RNE, QNumber(10, 3), f),
+                    y = from_rational(RNE, QNumber(-7, 5), f);
+    // The smallest normal value over 10/3: a subnormal result.
+    IEEEFloat const least = IEEEFloat::from_bits(std::uint64_t{1} << (f.sb - 1), f);
+    auto const run = [&] {
+      for (int rm = 0; rm < 5; ++rm)
+        (void)(add(mode(rm), x, y).is_nan() + mul(mode(rm), x, y).is_nan() +
+               div(mode(rm), least, x).is_nan() + div(mode(rm), x, y).is_nan() +
+               fma(mode(rm), x, y, x).is_nan() + sqrt(mode(rm), x).is_nan() + rem(x, y).is_nan() +
+               round_to_integral(mode(rm), x).is_nan() +
+               convert(mode(rm), x, format{8, 24}).is_nan());
+    };
+    run(); // warm up the scratch
+    mp_set_memory_functions(counting_alloc, counting_realloc, counting_free);
+    gmp_allocations = 0;
+    run();
+    mp_set_memory_functions(old_alloc, old_realloc, old_free);
+    EXPECT_EQ(gmp_allocations, 0) << f.eb << "," << f.sb;
+  }
+}
+
+} // namespace
+} // namespace qorv::swflt
