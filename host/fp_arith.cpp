@@ -1,5 +1,6 @@
 // The arithmetic operations: hardware fast paths for Float32 and Float64
-// under ties-to-even, MPFR for everything else, and the sign operations and
+// under ties-to-even, one double operation rounded once for other narrow
+// formats and modes (fp_arith_double.h), MPFR for everything else, and the sign operations and
 // comparisons directly on the bit patterns.
 //
 // The fast paths rely on the thread's floating-point environment being the
@@ -7,6 +8,7 @@
 // the program changes it; the tests check them against the MPFR path.
 #include "host/fp_arith.h"
 
+#include "host/fp_arith_double.h"
 #include "host/mpfr_bridge.h"
 
 #include <bit>
@@ -203,6 +205,8 @@ IEEEFloat binary_any(Op2 op, rounding_mode rm, IEEEFloat const& x, IEEEFloat con
       return from_hw(a / b);
     }
   }
+  if (double_path_qualifies(f, false))
+    if (auto r = binary_via_double(op, rm, x, y)) return *std::move(r);
   static int (*const mp[])(mpfr_ptr, mpfr_srcptr, mpfr_srcptr, mpfr_rnd_t) = {mpfr_add, mpfr_sub,
                                                                               mpfr_mul, mpfr_div};
   auto const fn = mp[static_cast<int>(op)];
@@ -226,6 +230,8 @@ IEEEFloat fma_any(rounding_mode rm, IEEEFloat const& x, IEEEFloat const& y, IEEE
   case Hw::none:
     break;
   }
+  if (double_path_qualifies(f, true))
+    if (auto r = fma_via_double(rm, x, y, z)) return *std::move(r);
   Scratch& s = scratch();
   RangeFor const range(f);
   load(s.a, x);
@@ -247,6 +253,8 @@ IEEEFloat sqrt_any(rounding_mode rm, IEEEFloat const& x) {
   case Hw::none:
     break;
   }
+  if (double_path_qualifies(f, false))
+    if (auto r = sqrt_via_double(rm, x)) return *std::move(r);
   Scratch& s = scratch();
   RangeFor const range(f);
   load(s.a, x);

@@ -3,9 +3,10 @@
 // conversions among them and from every short bit-vector; random operands in
 // Float16/32/64 (the hardware fast paths), Float128 and odd wide formats; the
 // errors for bad input; no allocation per operation on narrow formats.
-#include "tests/common/fp_oracle_check.h"
 #include "host/fp_arith.h"
+#include "host/fp_arith_double.h"
 #include "host/fp_convert.h"
+#include "tests/common/fp_oracle_check.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -52,28 +53,33 @@ constexpr unsigned long pair_stride = 2;
 constexpr unsigned long pair_stride = 1;
 #endif
 
+// Twice: through one double operation rounded once, and through MPFR.
 TEST(FpArith, ExhaustiveOnSmallFormats) {
   std::mt19937_64 rng(14);
-  for (format f : small_formats) {
-    Oracle const o(f.eb, f.sb);
-    unsigned long const n = 1ul << (f.eb + f.sb);
-    for (int rm = 0; rm < 5; ++rm) {
-      for (unsigned long x = 0; x < n; ++x) {
-        for (unsigned long y = x % pair_stride; y < n; y += pair_stride) {
-          // Every operation on every pair, fma with a random third operand;
-          // single-operand ones on a few y only (y picks the width).
-          for (int op = 0; op < static_cast<int>(Op::count); ++op) {
-            Op const k = op_of(op);
-            bool const binary =
-                k <= Op::fma || k == Op::rem || k == Op::min || k == Op::max || k == Op::compare;
-            if (!binary && y >= 6 * pair_stride) continue;
-            oracle::Case const c{k, rm, f, x, y, rng() % n, y == 5 ? 64 : y + 1};
-            ASSERT_EQ(oracle::check(o, c), "");
+  for (bool via_double : {true, false}) {
+    swflt::detail::set_double_path(via_double);
+    for (format f : small_formats) {
+      Oracle const o(f.eb, f.sb);
+      unsigned long const n = 1ul << (f.eb + f.sb);
+      for (int rm = 0; rm < 5; ++rm) {
+        for (unsigned long x = 0; x < n; ++x) {
+          for (unsigned long y = x % pair_stride; y < n; y += pair_stride) {
+            // Every operation on every pair, fma with a random third operand;
+            // single-operand ones on a few y only (y picks the width).
+            for (int op = 0; op < static_cast<int>(Op::count); ++op) {
+              Op const k = op_of(op);
+              bool const binary =
+                  k <= Op::fma || k == Op::rem || k == Op::min || k == Op::max || k == Op::compare;
+              if (!binary && y >= 6 * pair_stride) continue;
+              oracle::Case const c{k, rm, f, x, y, rng() % n, y == 5 ? 64 : y + 1};
+              ASSERT_EQ(oracle::check(o, c), "") << (via_double ? "double path" : "MPFR path");
+            }
           }
         }
       }
     }
   }
+  swflt::detail::set_double_path(true);
 }
 
 TEST(FpArith, ExhaustiveConversions) {
@@ -111,6 +117,25 @@ TEST(FpArith, RandomOperandsInWiderFormats) {
                            pattern(),
                            pattern(),
                            1 + rng() % 70};
+      ASSERT_EQ(oracle::check(o, c), "");
+    }
+  }
+}
+
+// Sparse significands near 1 make exact ties for add, mul and fma, which
+// random patterns almost never do; the double path rounds those itself.
+TEST(FpArith, TiesOfSparseOperands) {
+  std::mt19937_64 rng(7);
+  for (format f : {format{11, 53}, format{10, 47}, format{5, 11}}) {
+    Oracle const o(f.eb, f.sb);
+    auto const sparse = [&] {
+      mpz_class const exp = (mpz_class(1) << (f.eb - 1)) - 1 + static_cast<long>(rng() % 3) - 1;
+      mpz_class const trail = (mpz_class(1) << (rng() % (f.sb - 1))) + rng() % 2;
+      return mpz_class((mpz_class(rng() % 2) << f.eb | exp) << (f.sb - 1) | trail);
+    };
+    for (int i = 0; i < 3000; ++i) {
+      Op const k = op_of(static_cast<int>(rng() % 3) * 2); // add, mul or fma
+      oracle::Case const c{k, static_cast<int>(rng() % 5), f, sparse(), sparse(), sparse(), 1};
       ASSERT_EQ(oracle::check(o, c), "");
     }
   }
