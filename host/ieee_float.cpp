@@ -62,8 +62,8 @@ std::string format_text(format f) {
 // Decimal text of an integer, abbreviated when it would be unreadably long.
 std::string readable_integer(mpz_srcptr x) {
   std::size_t const bits = mpz_sizeinbase(x, 2);
-  if (bits > 256) return (mpz_sgn(x) < 0 ? "a negative " : "a ") + std::to_string(bits) +
-                         "-bit integer";
+  if (bits > 256)
+    return (mpz_sgn(x) < 0 ? "a negative " : "a ") + std::to_string(bits) + "-bit integer";
   return integer_text(x);
 }
 
@@ -154,8 +154,10 @@ void round_to_pattern(bool negative, mpz_srcptr m, std::int64_t e, format f, mpz
       std::int64_t const unbiased = q + sb - 1;
       if (huge_range) {
         set_ones(out, f.eb - 1);
-        if (unbiased >= 0) mpz_add_ui(out, out, static_cast<unsigned long>(unbiased));
-        else mpz_sub_ui(out, out, static_cast<unsigned long>(-unbiased));
+        if (unbiased >= 0)
+          mpz_add_ui(out, out, static_cast<unsigned long>(unbiased));
+        else
+          mpz_sub_ui(out, out, static_cast<unsigned long>(-unbiased));
       } else {
         mpz_set_si(out, unbiased + bias);
       }
@@ -171,9 +173,9 @@ void round_to_pattern(bool negative, mpz_srcptr m, std::int64_t e, format f, mpz
 
 void IEEEFloat::check_format(format f) {
   if (f.eb < 2 || f.sb < 2 || f.eb > max_width || f.sb > max_width || f.eb + f.sb > max_width)
-    throw std::invalid_argument("IEEEFloat: invalid format (eb, sb) = " + format_text(f) +
-                                ": need eb >= 2, sb >= 2 and eb + sb <= " +
-                                std::to_string(max_width));
+    throw std::invalid_argument(
+        "IEEEFloat: invalid format (eb, sb) = " + format_text(f) +
+        ": need eb >= 2, sb >= 2 and eb + sb <= " + std::to_string(max_width));
 }
 
 IEEEFloat::payload_kind IEEEFloat::kind_of(format f) noexcept {
@@ -186,24 +188,20 @@ IEEEFloat::IEEEFloat(format f, rounding_mode rm) : fmt_(f), tag_(0), payload_{0}
   check_format(f);
   if (rm > rm_toward_zero)
     throw std::invalid_argument("IEEEFloat: invalid rounding mode " + std::to_string(rm));
-  payload_kind const k = kind_of(f);
-  if (k == kind_qnumber) payload_.q = new QNumber();
-  tag_ = (static_cast<std::uint32_t>(k) << kind_shift) | rm;
+  if (kind_of(f) == kind_qnumber) payload_.q = new QNumber();
+  tag_ = tag_of(f, rm);
 }
 
-IEEEFloat::IEEEFloat(IEEEFloat const& other) : fmt_(other.fmt_), tag_(other.tag_), payload_{0} {
-  if (other.narrow()) payload_.u64 = other.payload_.u64;
-  else payload_.q = new QNumber(*other.payload_.q);
+std::uint32_t IEEEFloat::tag_of(format f, rounding_mode rm) noexcept {
+  if (kind_of(f) != kind_qnumber) return narrow_tag(f) | rm;
+  return (std::uint32_t{kind_qnumber} << kind_shift) | rm;
 }
 
-IEEEFloat::IEEEFloat(IEEEFloat&& other) noexcept
-    : fmt_(other.fmt_), tag_(other.tag_), payload_(other.payload_) {
-  other.fmt_ = format{};
-  other.tag_ = 0;
-  other.payload_.u64 = 0;
+void IEEEFloat::copy_wide(IEEEFloat const& other) {
+  payload_.q = new QNumber(*other.payload_.q); // on failure nothing is owned yet
 }
 
-IEEEFloat& IEEEFloat::operator=(IEEEFloat const& other) {
+IEEEFloat& IEEEFloat::assign_wide(IEEEFloat const& other) {
   if (this == &other) return *this;
   if (other.narrow()) {
     release();
@@ -222,16 +220,8 @@ IEEEFloat& IEEEFloat::operator=(IEEEFloat const& other) {
   return *this;
 }
 
-IEEEFloat& IEEEFloat::operator=(IEEEFloat&& other) noexcept {
-  if (this == &other) return *this;
-  release();
-  fmt_ = other.fmt_;
-  tag_ = other.tag_;
-  payload_ = other.payload_;
-  other.fmt_ = format{};
-  other.tag_ = 0;
-  other.payload_.u64 = 0;
-  return *this;
+void IEEEFloat::release_wide() noexcept {
+  delete payload_.q;
 }
 
 IEEEFloat IEEEFloat::from_bits(mpz_srcptr bits, format f) {
@@ -261,8 +251,8 @@ IEEEFloat IEEEFloat::from_bits(std::uint64_t bits, format f) {
   std::uint64_t const w = f.eb + f.sb;
   if (w < 64 && (bits >> w) != 0)
     throw std::invalid_argument("IEEEFloat::from_bits: pattern " + std::to_string(bits) +
-                                " does not fit format " + format_text(f) +
-                                " (need pattern < 2^" + std::to_string(w) + ")");
+                                " does not fit format " + format_text(f) + " (need pattern < 2^" +
+                                std::to_string(w) + ")");
   IEEEFloat r(f, rm_nearest_even);
   r.set_bits_u64(bits);
   return r;
@@ -298,8 +288,10 @@ void IEEEFloat::set_bits(mpz_srcptr bits) {
 }
 
 void IEEEFloat::get_bits(mpz_ptr out) const {
-  if (narrow()) mpz_set_ui(out, payload_.u64);
-  else payload_.q->get_num(out);
+  if (narrow())
+    mpz_set_ui(out, payload_.u64);
+  else
+    payload_.q->get_num(out);
 }
 
 void IEEEFloat::self_inf(bool negative) {
@@ -387,9 +379,11 @@ std::string IEEEFloat::to_str() const {
   s += "(fp #b";
   s += bit(w - 1);
   s += " #b";
-  for (std::uint64_t i = w - 1; i-- > fmt_.sb - 1;) s += bit(i);
+  for (std::uint64_t i = w - 1; i-- > fmt_.sb - 1;)
+    s += bit(i);
   s += " #b";
-  for (std::uint64_t i = fmt_.sb - 1; i-- > 0;) s += bit(i);
+  for (std::uint64_t i = fmt_.sb - 1; i-- > 0;)
+    s += bit(i);
   s += ')';
   return s;
 }
@@ -443,8 +437,7 @@ double IEEEFloat::to_double() const {
   mpz_add_ui(lead, lead, mpz_sizeinbase(s, 2) - 1);
   if (mpz_cmp_si(lead.get(), 1100) > 0) return sign * std::numeric_limits<double>::infinity();
   if (mpz_cmp_si(lead.get(), -1200) < 0) return sign * 0.0;
-  std::int64_t const e =
-      mpz_get_si(lead) - static_cast<std::int64_t>(mpz_sizeinbase(s, 2)) + 1;
+  std::int64_t const e = mpz_get_si(lead) - static_cast<std::int64_t>(mpz_sizeinbase(s, 2)) + 1;
   Mpz out;
   round_to_pattern(x.sign, s, e, format{11, 53}, out);
   return std::bit_cast<double>(static_cast<std::uint64_t>(mpz_get_ui(out)));

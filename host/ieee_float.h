@@ -15,14 +15,22 @@
 // null); values this class builds hold it in the small form while the pattern
 // fits a signed 64-bit word, but a copy assigned onto an existing wide value
 // may keep the destination's big form (QNumber assignment keeps big numbers
-// big), so readers accept both forms.  The low bits of the tag hold the
-// rounding mode.
+// big), so readers accept both forms.  The low byte of the tag holds the
+// rounding mode.  For kinds 0 and 1 the tag also carries two shift amounts
+// derived from the format, so the packed order reads one word instead of the
+// format: bits 16-21 hold 64 - (eb + sb) (the shift that brings the sign to
+// the top of a 64-bit word) and bits 24-29 hold 64 - eb (the shift that
+// leaves the exponent bits of infinity at the top).  Both are 0 for kind 2.
+// The tag is a function of format, kind and rounding mode only.
 //
 // Values copy deeply; every QNumber payload has exactly one owner.  Copying and
 // copy assignment give the strong guarantee: when an allocation fails the
 // destination keeps its old value.  A moved-from value is +0 in Float32, the
 // default value.  The sign and NaN tests of 32/64-bit values are inline, since
-// the packed order calls them on every comparison.
+// the packed order calls them on every comparison; so are copying, assignment
+// and destruction when no QNumber is involved (three words copied, nothing
+// released), the heuristics' most frequent operations on values.  Anything
+// touching a QNumber payload goes out of line.
 #pragma once
 
 #include "support/qnumber.h"
@@ -55,6 +63,11 @@ public:
   };
   enum payload_kind : std::uint32_t { kind_u32 = 0, kind_u64 = 1, kind_qnumber = 2 };
   static constexpr std::uint32_t kind_shift = 30;
+  // Fields of the tag word below the kind (see the layout above).
+  static constexpr std::uint32_t rm_mask = 0xFF;
+  static constexpr std::uint32_t up_shift = 16;
+  static constexpr std::uint32_t inf_shift = 24;
+  static constexpr std::uint32_t shift_mask = 0x3F;
   // Largest total width eb + sb accepted (bits).
   static constexpr std::uint64_t max_width = std::uint64_t{1} << 20;
 
@@ -65,15 +78,38 @@ public:
   };
 
   // +0 in Float32, rounding mode 0.
-  IEEEFloat() noexcept : fmt_{8, 24}, tag_(0), payload_{0} {}
+  IEEEFloat() noexcept : fmt_{8, 24}, tag_(default_tag), payload_{0} {}
   // +0 in format f.  Throws std::invalid_argument for an invalid format or
   // rounding mode.
   IEEEFloat(format f, rounding_mode rm);
-  IEEEFloat(IEEEFloat const& other);
-  IEEEFloat(IEEEFloat&& other) noexcept;
-  IEEEFloat& operator=(IEEEFloat const& other);
-  IEEEFloat& operator=(IEEEFloat&& other) noexcept;
-  // Inline: arithmetic results are short-lived temporaries.
+  IEEEFloat(IEEEFloat const& other) : fmt_(other.fmt_), tag_(other.tag_), payload_{0} {
+    if (other.narrow())
+      payload_.u64 = other.payload_.u64;
+    else
+      copy_wide(other);
+  }
+  IEEEFloat(IEEEFloat&& other) noexcept
+      : fmt_(other.fmt_), tag_(other.tag_), payload_(other.payload_) {
+    other.reset();
+  }
+  IEEEFloat& operator=(IEEEFloat const& other) {
+    if (narrow() && other.narrow()) {
+      fmt_ = other.fmt_;
+      tag_ = other.tag_;
+      payload_.u64 = other.payload_.u64;
+      return *this;
+    }
+    return assign_wide(other);
+  }
+  IEEEFloat& operator=(IEEEFloat&& other) noexcept {
+    if (this == &other) return *this;
+    release();
+    fmt_ = other.fmt_;
+    tag_ = other.tag_;
+    payload_ = other.payload_;
+    other.reset();
+    return *this;
+  }
   ~IEEEFloat() { release(); }
 
   // The value with bit pattern `bits` (a non-negative integer) in format f,
@@ -91,7 +127,7 @@ public:
   static IEEEFloat from_narrow_bits(std::uint64_t bits, format f) noexcept {
     IEEEFloat r;
     r.fmt_ = f;
-    r.tag_ = static_cast<std::uint32_t>(f.eb + f.sb <= 32 ? kind_u32 : kind_u64) << kind_shift;
+    r.tag_ = narrow_tag(f) | rm_nearest_even;
     r.payload_.u64 = bits;
     return r;
   }
@@ -110,9 +146,7 @@ public:
   static IEEEFloat inf(format f, bool negative);
   static IEEEFloat zero(format f, bool negative);
 
-  bool is_nan() const {
-    return narrow() ? magnitude64() > inf_magnitude64() : is_nan_wide();
-  }
+  bool is_nan() const { return narrow() ? magnitude64() > inf_magnitude64() : is_nan_wide(); }
   bool is_inf() const;
   bool is_zero() const;
   bool is_subnormal() const;
@@ -127,8 +161,11 @@ public:
   // True for kinds 0 and 1: the pattern is the payload word itself.
   bool narrow() const noexcept { return tag_ < (std::uint32_t{kind_qnumber} << kind_shift); }
   rounding_mode get_rounding_mode() const noexcept {
-    return static_cast<rounding_mode>(tag_ & ((std::uint32_t{1} << kind_shift) - 1));
+    return static_cast<rounding_mode>(tag_ & rm_mask);
   }
+  // Kinds 0 and 1 only: 64 - (eb + sb) and 64 - eb, read from the tag.
+  unsigned narrow_up_shift() const noexcept { return (tag_ >> up_shift) & shift_mask; }
+  unsigned narrow_inf_shift() const noexcept { return (tag_ >> inf_shift) & shift_mask; }
   // Raw payload access by kind.
   std::uint32_t payload_u32() const noexcept { return static_cast<std::uint32_t>(payload_.u64); }
   std::uint64_t payload_u64() const noexcept { return payload_.u64; }
@@ -145,8 +182,29 @@ public:
 private:
   void set_bits(mpz_srcptr bits); // pattern already checked to fit
   void set_bits_u64(std::uint64_t bits);
+  // The tag of format f with rounding mode rm (f already checked).
+  static std::uint32_t tag_of(format f, rounding_mode rm) noexcept;
+  // The tag of a format of at most 64 bits, rounding mode 0: its kind and the
+  // shift amounts the packed order reads.
+  static constexpr std::uint32_t narrow_tag(format f) noexcept {
+    return (static_cast<std::uint32_t>(f.eb + f.sb <= 32 ? kind_u32 : kind_u64) << kind_shift) |
+           (static_cast<std::uint32_t>(64 - (f.eb + f.sb)) << up_shift) |
+           (static_cast<std::uint32_t>(64 - f.eb) << inf_shift);
+  }
+  static constexpr std::uint32_t default_tag = // Float32, rounding mode 0
+      (std::uint32_t{32} << up_shift) | (std::uint32_t{56} << inf_shift);
+  // Out of line: the halves that own or release a QNumber.
+  void copy_wide(IEEEFloat const& other);
+  IEEEFloat& assign_wide(IEEEFloat const& other);
+  void release_wide() noexcept;
   void release() noexcept {
-    if (!narrow()) delete payload_.q;
+    if (!narrow()) release_wide();
+  }
+  // Leaves the moved-from state: +0 in Float32 without releasing anything.
+  void reset() noexcept {
+    fmt_ = format{};
+    tag_ = default_tag;
+    payload_.u64 = 0;
   }
   bool is_nan_wide() const;
   bool get_sign_wide() const;

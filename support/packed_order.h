@@ -61,11 +61,12 @@ inline bool operator<(IEEEFloat::Packed const& pa, IEEEFloat::Packed const& pb) 
   // The low bits shifted in are 0 in both patterns (one format), so they
   // never decide.  The reads have no side effects, so their order does not
   // matter here.
-  IEEEFloat::format const f = a.get_format();
-  auto const up = static_cast<unsigned>(64 - (f.eb + f.sb));
+  // The two shift amounts come precomputed in a's tag word (same format as
+  // b), so the format itself is not read.
+  unsigned const up = a.narrow_up_shift();
   std::uint64_t const x = a.payload_u64() << up;
   std::uint64_t const y = b.payload_u64() << up;
-  std::uint64_t const inf = ~std::uint64_t{0} << (64 - f.eb);
+  std::uint64_t const inf = ~std::uint64_t{0} << a.narrow_inf_shift();
   std::uint64_t const top = std::uint64_t{1} << 63;
   bool const nan_x = (x << 1) > inf;
   bool const nan_y = (y << 1) > inf;
@@ -79,7 +80,13 @@ inline bool operator<(IEEEFloat::Packed const& pa, IEEEFloat::Packed const& pb) 
   bool const payloads_decide = (nan_x == nan_y) & (((x ^ y) >> 63) == 0);
   // Deliberate: nothing here reads the flags, but hosts rely on the clearing.
   *detail::flag_targets[payloads_decide] = 0;
-  return (nan_x & !nan_y) | ((nan_x == nan_y) & (kx < ky));
+  // NaN status decides first: with "not NaN" as a 65th key bit above the
+  // order key, one 128-bit comparison (compare and subtract with borrow)
+  // gives the whole order.
+  __extension__ using key128 = unsigned __int128;
+  key128 const wx = (key128{!nan_x} << 64) | kx;
+  key128 const wy = (key128{!nan_y} << 64) | ky;
+  return wx < wy;
 }
 
 // Bit-pattern equality of two values of one format, by the payload kind of a.

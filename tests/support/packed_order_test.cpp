@@ -10,6 +10,7 @@
 
 #include <cmath>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace qorv {
@@ -21,8 +22,14 @@ using format = IEEEFloat::format;
 // -1, -min normal, -max subnormal, -min subnormal, -0, +0, ... +inf.
 std::vector<IEEEFloat> specials(format f) {
   mpz_class const one = 1, normal = one << (f.sb - 1), inf = ((one << f.eb) - 1) << (f.sb - 1);
-  mpz_class const magnitude[] = {0, 1, normal - 1, normal, ((one << (f.eb - 1)) - 1) << (f.sb - 1),
-                                 inf - 1, inf, inf + (one << (f.sb - 2))};
+  mpz_class const magnitude[] = {0,
+                                 1,
+                                 normal - 1,
+                                 normal,
+                                 ((one << (f.eb - 1)) - 1) << (f.sb - 1),
+                                 inf - 1,
+                                 inf,
+                                 inf + (one << (f.sb - 2))};
   int const order[] = {-7, 7, -6, -5, -4, -3, -2, -1, -0, 0, 1, 2, 3, 4, 5, 6};
   std::vector<IEEEFloat> out;
   for (std::size_t i = 0; i < 16; ++i) {
@@ -50,6 +57,41 @@ TEST(PackedOrder, ToStrRoundTripsThroughFromBits) {
   }
   EXPECT_EQ(IEEEFloat::from_double(1.0, {8, 24}).to_str(),
             "(fp #b0 #b01111111 #b00000000000000000000000)");
+}
+
+// The order of 32/64-bit values reads its shift amounts from the value, not
+// from the format: values that reached their format by assignment over a
+// value of another format (narrow or wide), by moves, or from the default
+// (moved-from) state must order exactly like freshly made ones.
+TEST(PackedOrder, ValuesReachedByCopiesMovesAndFactoriesOrderAsFresh) {
+  for (format f : formats) {
+    std::vector<IEEEFloat> const fresh = specials(f);
+    std::vector<IEEEFloat> reached;
+    for (std::size_t i = 0; i < fresh.size(); ++i) {
+      IEEEFloat v = IEEEFloat::from_double(1.5, formats[i % formats.size()]);
+      v = fresh[i];               // over another format, maybe wide
+      IEEEFloat w = std::move(v); // v is now the default Float32 +0
+      v = w;
+      reached.push_back(i % 2 ? std::move(v) : IEEEFloat(v));
+      if (fresh[i].narrow()) // the unchecked factory the arithmetic uses
+        reached.back() = IEEEFloat::from_narrow_bits(fresh[i].payload_u64(), f);
+    }
+    IEEEFloat moved_from = IEEEFloat::from_double(2.0, f);
+    IEEEFloat sink = std::move(moved_from);
+    for (std::size_t i = 0; i < fresh.size(); ++i) {
+      for (std::size_t j = 0; j < fresh.size(); ++j) {
+        bool const lt = IEEEFloat::Packed{&reached[i]} < IEEEFloat::Packed{&fresh[j]};
+        EXPECT_EQ(lt, i < j) << f.eb << "," << f.sb << " " << i << " " << j;
+      }
+    }
+    if (f == format{8, 24}) { // the default value is Float32 +0, position 9
+      for (std::size_t j = 0; j < fresh.size(); ++j) {
+        EXPECT_EQ(IEEEFloat::Packed{&moved_from} < IEEEFloat::Packed{&fresh[j]}, 9 < j) << j;
+        EXPECT_EQ(IEEEFloat::Packed{&fresh[j]} < IEEEFloat::Packed{&moved_from}, j < 9) << j;
+      }
+      EXPECT_TRUE(payload_equal(moved_from, fresh[9]));
+    }
+  }
 }
 
 } // namespace
