@@ -21,8 +21,14 @@ using format = IEEEFloat::format;
 // -1, -min normal, -max subnormal, -min subnormal, -0, +0, ... +inf.
 std::vector<IEEEFloat> specials(format f) {
   mpz_class const one = 1, normal = one << (f.sb - 1), inf = ((one << f.eb) - 1) << (f.sb - 1);
-  mpz_class const magnitude[] = {0, 1, normal - 1, normal, ((one << (f.eb - 1)) - 1) << (f.sb - 1),
-                                 inf - 1, inf, inf + (one << (f.sb - 2))};
+  mpz_class const magnitude[] = {0,
+                                 1,
+                                 normal - 1,
+                                 normal,
+                                 ((one << (f.eb - 1)) - 1) << (f.sb - 1),
+                                 inf - 1,
+                                 inf,
+                                 inf + (one << (f.sb - 2))};
   int const order[] = {-7, 7, -6, -5, -4, -3, -2, -1, -0, 0, 1, 2, 3, 4, 5, 6};
   std::vector<IEEEFloat> out;
   for (std::size_t i = 0; i < 16; ++i) {
