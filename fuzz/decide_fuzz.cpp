@@ -28,7 +28,9 @@ using namespace qorv;
 using fuzz::model_less;
 using fuzz::same_pattern;
 
-std::uint64_t lcg(std::uint64_t s) { return (s * 0x5DEECE66DULL + 11) & ((1ULL << 48) - 1); }
+std::uint64_t lcg(std::uint64_t s) {
+  return (s * 0x5DEECE66DULL + 11) & ((1ULL << 48) - 1);
+}
 
 IEEEFloat::format format_of(Term const* t) {
   DataType const* d = t->symbol->get_output_type();
@@ -46,7 +48,8 @@ struct Harness {
 
   ~Harness() {
     trail.backtrack(0, &domain);
-    for (FpBoundElement* e : unasserted) domain.release_FpBoundElement(e);
+    for (FpBoundElement* e : unasserted)
+      domain.release_FpBoundElement(e);
     FUZZ_CHECK(domain.live_elements() == 0);
   }
 
@@ -136,8 +139,10 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     case 2: // backtrack
       x.trail.backtrack(in.below(x.trail.size() + 1), &x.domain);
       break;
-    case 3: case 4: // decide and assert, as a search would
-      if (FpBoundElement* e = x.decide_and_check()) x.unasserted.pop_back(), x.trail.assert_bound(e);
+    case 3:
+    case 4: // decide and assert, as a search would
+      if (FpBoundElement* e = x.decide_and_check())
+        x.unasserted.pop_back(), x.trail.assert_bound(e);
       break;
     default:
       x.decide_and_check();

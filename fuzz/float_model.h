@@ -26,17 +26,15 @@ inline mpz_class pick_pattern(Input& in, IEEEFloat::format f) {
   unsigned long const w = f.eb + f.sb, t = f.sb - 1; // width, trailing bits
   mpz_class const sign = mpz_class(1) << (w - 1);
   mpz_class const inf = ((mpz_class(1) << f.eb) - 1) << t;
-  mpz_class m;
+  // Zero, infinity, the least signalling NaN, the quiet NaN, the largest
+  // finite value; the smallest subnormals; any magnitude.
+  mpz_class const edges[] = {0, inf, inf + 1, inf + (mpz_class(1) << (t - 1)), inf - 1};
   std::uint8_t const mode = in.byte();
-  switch (mode % 8) {
-  case 0: break;
-  case 1: m = inf; break;
-  case 2: m = inf + 1; break;                            // signalling NaN, least payload
-  case 3: m = inf + (mpz_class(1) << (t - 1)); break;    // quiet NaN
-  case 4: m = inf - 1; break;                            // largest finite
-  case 5: m = 1 + in.byte() % 3; break;                  // smallest subnormals
-  default:
-    for (unsigned long i = 0; i < w; i += 8) m = (m << 8) + in.byte();
+  mpz_class m = mode % 8 < 5 ? edges[mode % 8] : mpz_class(0);
+  if (mode % 8 == 5) m = 1 + in.byte() % 3;
+  if (mode % 8 > 5) {
+    for (unsigned long i = 0; i < w; i += 8)
+      m = (m << 8) + in.byte();
     m %= sign;
   }
   return (mode & 0x80) ? m + sign : m;

@@ -34,7 +34,8 @@ public:
   bool flag() noexcept { return (byte() & 1) != 0; }
   std::uint64_t u64(int bytes = 8) noexcept {
     std::uint64_t v = 0;
-    for (int i = 0; i < bytes; ++i) v = (v << 8) | byte();
+    for (int i = 0; i < bytes; ++i)
+      v = (v << 8) | byte();
     return v;
   }
   // A number in [0, n), n > 0.
@@ -42,11 +43,11 @@ public:
 
   // A signed word favouring the values where 64-bit arithmetic breaks.
   std::int64_t edgy_i64() noexcept {
-    constexpr std::int64_t max = std::numeric_limits<std::int64_t>::max();
+    constexpr std::int64_t max = std::numeric_limits<std::int64_t>::max(), min = -max - 1;
+    constexpr std::int64_t two32 = std::int64_t{1} << 32;
     static constexpr std::int64_t table[] = {
-        0, 1, -1, 2, 3, 6, 1023, 1024, 4096, max, max - 1, -max, -max + 1, max / 2,
-        std::int64_t{1} << 32, (std::int64_t{1} << 32) + 1, 3037000499, 3037000500,
-        std::numeric_limits<std::int64_t>::min()};
+        0,       1,    -1,       2,       3,     6,         1023,       1024,       4096, max,
+        max - 1, -max, -max + 1, max / 2, two32, two32 + 1, 3037000499, 3037000500, min};
     std::uint8_t mode = byte();
     if (mode < 96) return table[mode % std::size(table)];
     if (mode < 192) return static_cast<std::int8_t>(byte()); // small, many shared divisors

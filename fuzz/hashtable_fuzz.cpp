@@ -4,7 +4,9 @@
 // with and without reset, rehash); after every one the table must hold the
 // oracle's contents, count them right, keep a table prime as its bucket
 // count with every entry in its bucket's chain (check_invariants), and keep
-// every stored value at the address it got when inserted.
+// every stored value at the address it got when inserted; insert() and
+// operator[] (present key or not) grow exactly when the load before them
+// exceeds 0.7.
 #include "fuzz_input.h"
 #include "support/hashtable.h"
 
@@ -15,6 +17,7 @@
 namespace {
 
 using Map = qorv::hsh::HashMap<std::uint64_t, std::string>;
+namespace detail = qorv::hsh::detail;
 
 struct Expected {
   std::string value;
@@ -56,18 +59,23 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
   std::unordered_map<std::uint64_t, Expected> ref;
   while (in.more()) {
     switch (in.byte() % 8) {
-    case 0: case 1: { // insert
-      std::pair<std::uint64_t, std::string> v{pick_key(in), pick_value(in)}; // braces: key read first
-      unsigned long index; Map::Bucket* entry;
+    case 0:
+    case 1: { // insert
+      std::pair<std::uint64_t, std::string> v{pick_key(in),
+                                              pick_value(in)}; // braces: key read first
+      unsigned long index;
+      Map::Bucket* entry;
       bool const inserted = m.do_insert(v, &index, &entry);
       FUZZ_CHECK(inserted == !ref.count(v.first));
       FUZZ_CHECK(entry->value.first == v.first && index == v.first % m.bucket_count());
       if (inserted) ref[v.first] = {v.second, &entry->value.second};
       break;
     }
-    case 2: case 3: { // operator[], then assignment through the reference
-      std::uint64_t const k = pick_key(in);
+    case 2:
+    case 3: { // operator[], then assignment through the reference; it grows as insert()
+      std::uint64_t const k = pick_key(in), before = m.bucket_count(), count = m.size();
       std::string& slot = m[k];
+      FUZZ_CHECK((m.bucket_count() != before) == detail::over_load_limit(count, before));
       auto it = ref.find(k);
       if (it == ref.end()) {
         FUZZ_CHECK(slot.empty());
@@ -102,7 +110,8 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     default: { // insert(): the table grows exactly when the load before exceeds 0.7
       std::uint64_t const before = m.bucket_count();
       float const load = static_cast<float>(m.size()) / static_cast<float>(before);
-      std::pair<std::uint64_t, std::string> v{pick_key(in), pick_value(in)}; // braces: key read first
+      std::pair<std::uint64_t, std::string> v{pick_key(in),
+                                              pick_value(in)}; // braces: key read first
       bool const fresh = !ref.count(v.first);
       FUZZ_CHECK(m.insert(v) == fresh);
       FUZZ_CHECK((m.bucket_count() != before) == (static_cast<double>(load) > 0.7));

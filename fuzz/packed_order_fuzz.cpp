@@ -56,8 +56,9 @@ void check(IEEEFloat const& a, IEEEFloat const& b) {
   IEEEFloat::format const f = a.get_format();
   if ((f == IEEEFloat::format{8, 24} || f == IEEEFloat::format{11, 53}) && !ma.nan && !mb.nan) {
     bool hw_equal;
-    bool const hw_less = f.sb == 24 ? hardware_less<float>(a.payload_u32(), b.payload_u32(), &hw_equal)
-                                    : hardware_less<double>(a.payload_u64(), b.payload_u64(), &hw_equal);
+    bool const hw_less = f.sb == 24
+                             ? hardware_less<float>(a.payload_u32(), b.payload_u32(), &hw_equal)
+                             : hardware_less<double>(a.payload_u64(), b.payload_u64(), &hw_equal);
     FUZZ_CHECK(hw_less == (less && !(hw_equal && a.is_zero())));
     if (hw_equal && !equal) FUZZ_CHECK(a.is_zero() && b.is_zero());
   }

@@ -27,7 +27,8 @@ struct Operand {
 mpz_class big_part(Input& in) {
   mpz_class z;
   int const bytes = in.byte() % 40;
-  for (int i = 0; i < bytes; ++i) z = (z << 8) + in.byte();
+  for (int i = 0; i < bytes; ++i)
+    z = (z << 8) + in.byte();
   if (in.flag()) z = (z << 64) + static_cast<unsigned long>(in.edgy_i64()); // near 2^64 multiples
   return in.flag() ? mpz_class(-z) : z;
 }

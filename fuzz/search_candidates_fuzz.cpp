@@ -35,8 +35,10 @@ void check(fp::FpIntervalChoiceHeuristic& h, FpValueElement const& element) {
     if (!element.terms.contains(e.term())) continue;
     Want& w = want[e.lit.word];
     w.value = &e.value;
-    if (p > h.trail_mark) w.after.emplace_back(static_cast<int>(p), &e.value);
-    else w.max = &e.value;
+    if (p > h.trail_mark)
+      w.after.emplace_back(static_cast<int>(p), &e.value);
+    else
+      w.max = &e.value;
   }
 
   std::vector<fp::FpIntervalSearchFrame> const& got = h.get_search_candidates(element);
@@ -104,6 +106,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
       check(h, element);
     }
   }
-  for (FpBoundElement* e : trail.bounds) domain.release_FpBoundElement(e);
+  for (FpBoundElement* e : trail.bounds)
+    domain.release_FpBoundElement(e);
   return 0;
 }

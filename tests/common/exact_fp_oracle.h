@@ -150,20 +150,12 @@ public:
     mpz_fdiv_q(f.get_mpz_t(), q.get_num_mpz_t(), q.get_den_mpz_t());
     mpz_cdiv_q(c.get_mpz_t(), q.get_num_mpz_t(), q.get_den_mpz_t());
     if (f == c) return f;
-    switch (rm) {
-    case kRTP:
-      return c;
-    case kRTN:
-      return f;
-    case kRTZ:
-      return q < 0 ? c : f;
-    default: {
-      int const d = cmp(q - f, mpq_class(1, 2));
-      if (d != 0) return d < 0 ? f : c;
-      if (rm == kRNA) return q < 0 ? f : c;
-      return mpz_even_p(f.get_mpz_t()) ? f : c;
-    }
-    }
+    int const d = cmp(q - f, mpq_class(1, 2)); // against the midpoint
+    bool const nearest = rm == kRNE || rm == kRNA;
+    bool const tie_up = rm == kRNA ? q > 0 : mpz_odd_p(f.get_mpz_t()) != 0;
+    bool const up =
+        rm == kRTP || (rm == kRTZ && q < 0) || (nearest && (d > 0 || (d == 0 && tie_up)));
+    return up ? c : f;
   }
   mpz_class rem(mpz_class const& x, mpz_class const& y) const {
     Value a = decode(x), b = decode(y);
@@ -247,29 +239,13 @@ inline mpz_class random_pattern(std::mt19937_64& rng, unsigned long eb, unsigned
       z = (z << 32) + static_cast<unsigned long>(rng() >> 32);
     return mpz_class(z & ((mpz_class(1) << k) - 1));
   };
+  // Exponents: zero, one, the largest two, near 1, or any.
   mpz_class const exp_ones = (mpz_class(1) << eb) - 1;
-  mpz_class exp, trail = random_bits(sb - 1);
-  switch (rng() % 8) {
-  case 0:
-    exp = 0;
-    break;
-  case 1:
-    exp = 1;
-    break;
-  case 2:
-    exp = exp_ones - 1;
-    break;
-  case 3:
-    exp = exp_ones;
-    trail = rng() % 2 ? 0 : trail;
-    break;
-  case 4:
-    exp = (exp_ones >> 1) + static_cast<long>(rng() % 5) - 2;
-    break; // near 1
-  default:
-    exp = random_bits(eb);
-    break;
-  }
+  mpz_class const edges[] = {0, 1, exp_ones - 1, exp_ones,
+                             (exp_ones >> 1) + static_cast<long>(rng() % 5) - 2};
+  unsigned const k = rng() % 8;
+  mpz_class const exp = k < 5 ? edges[k] : random_bits(eb);
+  mpz_class trail = k == 3 && rng() % 2 ? mpz_class(0) : random_bits(sb - 1);
   if (rng() % 4 == 0) trail = rng() % 2 ? mpz_class(0) : mpz_class((mpz_class(1) << (sb - 1)) - 1);
   return ((mpz_class(rng() % 2) << eb) + exp) << (sb - 1) | trail;
 }

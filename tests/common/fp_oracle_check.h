@@ -4,9 +4,9 @@
 // and the fuzz harness.
 #pragma once
 
-#include "tests/common/exact_fp_oracle.h"
 #include "host/fp_arith.h"
 #include "host/fp_convert.h"
+#include "tests/common/exact_fp_oracle.h"
 
 #include <string>
 
@@ -60,78 +60,49 @@ inline std::string check(Oracle const& o, Case const& c) {
   auto const maybe = [](auto const& v, auto&& show) { return v ? show(*v) : std::string("none"); };
   auto const q_text = [](QNumber const& q) { return q.to_string(); };
   auto const z_text = [](mpz_class const& z) { return z.get_str(); };
-  mpz_class const bv = c.x & ((mpz_class(1) << c.width) - 1);
-  mpz_class const sbv =
-      mpz_tstbit(bv.get_mpz_t(), c.width - 1) ? mpz_class(bv - (mpz_class(1) << c.width)) : bv;
-  std::string got, want;
-  switch (c.op) {
-  case Op::add:
-    got = bits(add(m, a, b)), want = o.add(c.rm, c.x, c.y).get_str();
-    break;
-  case Op::sub:
-    got = bits(sub(m, a, b)), want = o.sub(c.rm, c.x, c.y).get_str();
-    break;
-  case Op::mul:
-    got = bits(mul(m, a, b)), want = o.mul(c.rm, c.x, c.y).get_str();
-    break;
-  case Op::div:
-    got = bits(div(m, a, b)), want = o.div(c.rm, c.x, c.y).get_str();
-    break;
-  case Op::fma:
-    got = bits(fma(m, a, b, d)), want = o.fma(c.rm, c.x, c.y, c.z).get_str();
-    break;
-  case Op::sqrt:
-    got = bits(sqrt(m, a)), want = o.sqrt(c.rm, c.x).get_str();
-    break;
-  case Op::rem:
-    got = bits(rem(a, b)), want = o.rem(c.x, c.y).get_str();
-    break;
-  case Op::rti:
-    got = bits(round_to_integral(m, a)), want = o.round_to_integral(c.rm, c.x).get_str();
-    break;
-  case Op::min:
-  case Op::max:
-    got = maybe(c.op == Op::min ? min(a, b) : max(a, b), bits);
-    want = maybe(o.min_max(c.x, c.y, c.op == Op::max), z_text);
-    break;
-  case Op::compare: {
+  auto const diff = [&](std::string const& got, std::string const& want) {
+    if (got == want) return std::string();
+    return std::string(op_names[static_cast<int>(c.op)]) + " " +
+           std::string(rounding_mode_name(m)) + " " + a.to_str() + " " + b.to_str() + " " +
+           d.to_str() + " width " + std::to_string(c.width) + ": got " + got + ", want " + want;
+  };
+  auto const rounded = [&](IEEEFloat const& g, mpz_class const& w) {
+    return diff(bits(g), w.get_str());
+  };
+  using Lib = IEEEFloat (*)(rounding_mode, IEEEFloat const&, IEEEFloat const&);
+  using Ref = mpz_class (Oracle::*)(int, mpz_class const&, mpz_class const&) const;
+  static Lib const lib[] = {add, sub, mul, div};
+  static Ref const ref[] = {&Oracle::add, &Oracle::sub, &Oracle::mul, &Oracle::div};
+  int const i = static_cast<int>(c.op);
+  bool const s = c.op == Op::to_sbv || c.op == Op::from_sbv || c.op == Op::max;
+  mpz_class bv = c.x & ((mpz_class(1) << c.width) - 1);
+  if (c.op <= Op::div) return rounded(lib[i](m, a, b), (o.*ref[i])(c.rm, c.x, c.y));
+  if (c.op == Op::fma) return rounded(fma(m, a, b, d), o.fma(c.rm, c.x, c.y, c.z));
+  if (c.op == Op::sqrt) return rounded(sqrt(m, a), o.sqrt(c.rm, c.x));
+  if (c.op == Op::rem) return rounded(rem(a, b), o.rem(c.x, c.y));
+  if (c.op == Op::rti) return rounded(round_to_integral(m, a), o.round_to_integral(c.rm, c.x));
+  if (c.op == Op::min || c.op == Op::max)
+    return diff(maybe(s ? max(a, b) : min(a, b), bits), maybe(o.min_max(c.x, c.y, s), z_text));
+  if (c.op == Op::compare) {
     std::partial_ordering const r = compare(a, b);
-    got = std::to_string(r == std::partial_ordering::unordered ? 2 : r < 0 ? -1 : r > 0 ? 1 : 0);
-    want = std::to_string(o.compare(c.x, c.y));
-    break;
+    int const got = r == std::partial_ordering::unordered ? 2 : r < 0 ? -1 : r > 0 ? 1 : 0;
+    return diff(std::to_string(got), std::to_string(o.compare(c.x, c.y)));
   }
-  case Op::to_ubv:
-  case Op::to_sbv: {
-    bool const s = c.op == Op::to_sbv;
-    got = maybe(s ? to_sbv(m, a, c.width) : to_ubv(m, a, c.width), q_text);
-    want = maybe(o.to_bv(c.rm, c.x, c.width, s), z_text);
-    break;
+  if (c.op == Op::to_ubv || c.op == Op::to_sbv)
+    return diff(maybe(s ? to_sbv(m, a, c.width) : to_ubv(m, a, c.width), q_text),
+                maybe(o.to_bv(c.rm, c.x, c.width, s), z_text));
+  if (c.op == Op::to_real)
+    return diff(maybe(to_real(a), q_text),
+                maybe(o.to_real(c.x), [](mpq_class const& q) { return q.get_str(); }));
+  if (c.op == Op::neg_abs) {
+    mpz_class const n = a.is_nan() ? o.nan() : mpz_class(c.x ^ o.sign_bit());
+    return diff(bits(neg(a)) + " " + bits(swflt::abs(a)) + (is_negative(a) ? " -" : " +"),
+                n.get_str() + " " + mpz_class(n & (o.sign_bit() - 1)).get_str() +
+                    (!a.is_nan() && a.get_sign() ? " -" : " +"));
   }
-  case Op::to_real:
-    got = maybe(to_real(a), q_text);
-    want = maybe(o.to_real(c.x), [](mpq_class const& q) { return q.get_str(); });
-    break;
-  case Op::neg_abs:
-    got = bits(neg(a)) + " " + bits(swflt::abs(a)) + (is_negative(a) ? " -" : " +");
-    want = (a.is_nan() ? o.nan() : mpz_class(c.x ^ o.sign_bit())).get_str() + " " +
-           (a.is_nan() ? o.nan() : mpz_class(c.x & (o.sign_bit() - 1))).get_str() +
-           (!a.is_nan() && a.get_sign() ? " -" : " +");
-    break;
-  case Op::from_ubv:
-    got = bits(from_ubv(m, bv.get_mpz_t(), c.width, c.f)),
-    want = o.round_q(bv, c.rm, false).get_str();
-    break;
-  case Op::from_sbv:
-    got = bits(from_sbv(m, bv.get_mpz_t(), c.width, c.f)),
-    want = o.round_q(sbv, c.rm, false).get_str();
-    break;
-  case Op::count:
-    break;
-  }
-  if (got == want) return "";
-  return std::string(op_names[static_cast<int>(c.op)]) + " " + std::string(rounding_mode_name(m)) +
-         " " + a.to_str() + " " + b.to_str() + " " + d.to_str() + " width " +
-         std::to_string(c.width) + ": got " + got + ", want " + want;
+  IEEEFloat const r = (s ? from_sbv : from_ubv)(m, bv.get_mpz_t(), c.width, c.f);
+  if (s && mpz_tstbit(bv.get_mpz_t(), c.width - 1)) bv -= mpz_class(1) << c.width;
+  return rounded(r, o.round_q(bv, c.rm, false)); // from_ubv, from_sbv
 }
 
 } // namespace qorv::oracle

@@ -16,7 +16,9 @@
 namespace qorv {
 namespace {
 
-IEEEFloat f32(double d) { return IEEEFloat::from_double(d, {8, 24}); }
+IEEEFloat f32(double d) {
+  return IEEEFloat::from_double(d, {8, 24});
+}
 std::string text(FpBoundElement const& e) {
   std::ostringstream out;
   e.print(out);
@@ -36,7 +38,8 @@ TEST(FpHost, NewBoundElementPrintsAndComesFromPool) {
   EXPECT_EQ(text(domain.no_decision), "undef");
   // Distinct blocks; the seventeenth element needs a second chunk.
   std::set<FpBoundElement*> seen{lo, hi};
-  for (int i = 2; i < 17; ++i) seen.insert(domain.new_FpBoundElement(i % 2, x, f32(i)));
+  for (int i = 2; i < 17; ++i)
+    seen.insert(domain.new_FpBoundElement(i % 2, x, f32(i)));
   EXPECT_EQ(seen.size(), 17u);
   EXPECT_EQ(domain.element_pool.chunk_count(), 2u);
   IEEEFloat wide = IEEEFloat::from_double(1, {15, 113});
@@ -45,7 +48,8 @@ TEST(FpHost, NewBoundElementPrintsAndComesFromPool) {
     EXPECT_THROW(domain.new_FpBoundElement(true, x, wide), std::bad_alloc);
   }
   EXPECT_EQ(domain.live_elements(), 17u);
-  for (FpBoundElement* e : seen) domain.release_FpBoundElement(e);
+  for (FpBoundElement* e : seen)
+    domain.release_FpBoundElement(e);
   domain.release_FpBoundElement(&domain.no_decision); // ignored
   EXPECT_EQ(domain.live_elements(), 0u);
 }
@@ -62,7 +66,7 @@ TEST(FpHost, TrailNarrowsOnlyAndBacktracksInStep) {
   trail.assert_bound(domain.new_FpBoundElement(true, x, f32(-1)));
   trail.assert_bound(domain.new_FpBoundElement(false, x, f32(4)));
   EXPECT_EQ(ends(), "-1.000000,4.000000");
-  trail.assert_bound(domain.new_FpBoundElement(true, x, f32(-3)));  // looser: kept
+  trail.assert_bound(domain.new_FpBoundElement(true, x, f32(-3)));    // looser: kept
   trail.assert_bound(domain.new_FpBoundElement(false, x, f32(-0.0))); // tighter
   EXPECT_EQ(ends(), "-1.000000,-0.000000");
   EXPECT_EQ(trail.interval(x).flags, (std::vector<bool>{false, true, false, true, false}));
@@ -92,7 +96,7 @@ TEST(FpHost, TermManagerFilesConstantsOnly) {
   Term const* wide = tm.mk_const(IEEEFloat::from_double(-0.0, {15, 113}));
   EXPECT_EQ(tm.constant_bits().find(wide->symbol)->second.to_string(),
             "170141183460469231731687303715884105728"); // 2^127: the sign bit
-  EXPECT_EQ(tm.term_count(), 3u); // rejected constants leave no term behind
+  EXPECT_EQ(tm.term_count(), 3u);                       // rejected constants leave no term behind
 }
 
 } // namespace

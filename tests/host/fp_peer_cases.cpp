@@ -8,9 +8,9 @@
 // allowed.  Cases whose result is unspecified (bit-vector conversions out of
 // range, the real value of NaN or infinity) are not written.  The same seed
 // gives the same cases.
-#include "tests/common/exact_fp_oracle.h"
 #include "host/fp_arith.h"
 #include "host/fp_convert.h"
+#include "tests/common/exact_fp_oracle.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -58,8 +58,22 @@ std::string boolean(bool b) {
   return b ? "true" : "false";
 }
 
-void emit(char const* op, format f, std::string const& term, std::string const& expected) {
+// Writes one case; true.
+bool emit(std::string const& op, format f, std::string const& term, std::string const& expected) {
   std::cout << op << '\t' << fmt_text(f) << '\t' << term << '\t' << expected << '\n';
+  return true;
+}
+// "(op arg...)" written for the case of operation `op`.
+bool emit_app(std::string const& op, format f, std::initializer_list<std::string> args,
+              std::string const& expected) {
+  std::string term = "(" + op;
+  for (std::string const& arg : args)
+    term += " " + arg;
+  return emit(op, f, term + ")", expected);
+}
+// "(_ name eb sb)"
+std::string indexed(char const* name, format f) {
+  return std::string("(_ ") + name + " " + std::to_string(f.eb) + " " + std::to_string(f.sb) + ")";
 }
 
 // One random case; false when its result is unspecified (nothing written).
@@ -69,55 +83,34 @@ bool one_case() {
   std::string const m(rounding_mode_name(rm));
   IEEEFloat const x = operand(f), y = operand(f), z = operand(f);
   std::string const a = x.to_str(), b = y.to_str(), c = z.to_str();
-  switch (rng() % 19) {
-  case 0:
-  case 15:
-  case 16:
-  case 17: {
+  unsigned const kind = rng() % 19;
+  if (kind == 0 || (kind >= 15 && kind <= 17)) {
     static char const* names[] = {"fp.add", "fp.sub", "fp.mul", "fp.div"};
     static IEEEFloat (*ops[])(rounding_mode, IEEEFloat const&, IEEEFloat const&) = {add, sub, mul,
                                                                                     div};
     unsigned const i = rng() % 4;
-    emit(names[i], f, "(" + std::string(names[i]) + " " + m + " " + a + " " + b + ")",
-         ops[i](rm, x, y).to_str());
-    return true;
+    return emit_app(names[i], f, {m, a, b}, ops[i](rm, x, y).to_str());
   }
-  case 1:
-  case 2:
-    emit("fp.fma", f, "(fp.fma " + m + " " + a + " " + b + " " + c + ")",
-         fma(rm, x, y, z).to_str());
-    return true;
-  case 3:
-    emit("fp.sqrt", f, "(fp.sqrt " + m + " " + a + ")", sqrt(rm, x).to_str());
-    return true;
-  case 4:
-    // z3's remainder takes time linear in the exponent difference (2^39 here).
-    if (f.eb > 20) return false;
-    emit("fp.rem", f, "(fp.rem " + a + " " + b + ")", rem(x, y).to_str());
-    return true;
-  case 5:
-    emit("fp.roundToIntegral", f, "(fp.roundToIntegral " + m + " " + a + ")",
-         round_to_integral(rm, x).to_str());
-    return true;
-  case 6: {
+  if (kind == 1 || kind == 2) return emit_app("fp.fma", f, {m, a, b, c}, fma(rm, x, y, z).to_str());
+  if (kind == 3) return emit_app("fp.sqrt", f, {m, a}, sqrt(rm, x).to_str());
+  // z3's remainder takes time linear in the exponent difference (2^39 here).
+  if (kind == 4) return f.eb <= 20 && emit_app("fp.rem", f, {a, b}, rem(x, y).to_str());
+  if (kind == 5)
+    return emit_app("fp.roundToIntegral", f, {m, a}, round_to_integral(rm, x).to_str());
+  if (kind == 6) {
     bool const is_max = rng() % 2 != 0;
     auto const r = is_max ? max(x, y) : min(x, y);
-    char const* name = is_max ? "fp.max" : "fp.min";
-    emit(name, f, "(" + std::string(name) + " " + a + " " + b + ")",
-         r ? r->to_str() : "either-zero");
-    return true;
+    return emit_app(is_max ? "fp.max" : "fp.min", f, {a, b}, r ? r->to_str() : "either-zero");
   }
-  case 7: {
+  if (kind == 7) {
     static char const* names[] = {"fp.eq", "fp.lt", "fp.leq", "fp.gt", "fp.geq"};
     static bool (*ops[])(IEEEFloat const&, IEEEFloat const&) = {eq, lt, leq, gt, geq};
     unsigned const i = rng() % 5;
     // Equal operands half of the time for eq/leq/geq to matter.
     IEEEFloat const& y2 = rng() % 2 ? x : y;
-    emit(names[i], f, "(" + std::string(names[i]) + " " + a + " " + y2.to_str() + ")",
-         boolean(ops[i](x, y2)));
-    return true;
+    return emit_app(names[i], f, {a, y2.to_str()}, boolean(ops[i](x, y2)));
   }
-  case 8: {
+  if (kind == 8) {
     static char const* names[] = {"fp.isNormal",   "fp.isSubnormal", "fp.isZero",
                                   "fp.isInfinite", "fp.isNaN",       "fp.isNegative",
                                   "fp.isPositive", "fp.abs",         "fp.neg"};
@@ -127,19 +120,14 @@ bool one_case() {
     std::string const expected = i == 7   ? abs(x).to_str()
                                  : i == 8 ? neg(x).to_str()
                                           : boolean(results[i]);
-    emit(names[i], f, "(" + std::string(names[i]) + " " + a + ")", expected);
-    return true;
+    return emit_app(names[i], f, {a}, expected);
   }
-  case 9:
-  case 10: {
+  if (kind == 9 || kind == 10) {
     format const to = formats[rng() % std::size(formats)];
-    emit("to_fp", to,
-         "((_ to_fp " + std::to_string(to.eb) + " " + std::to_string(to.sb) + ") " + m + " " + a +
-             ")",
-         convert(rm, x, to).to_str());
-    return true;
+    return emit("to_fp", to, "(" + indexed("to_fp", to) + " " + m + " " + a + ")",
+                convert(rm, x, to).to_str());
   }
-  case 11: {
+  if (kind == 11) {
     // A fraction with a numerator of up to 200 bits; or a decimal.
     mpz_class num = 0, den = 1;
     for (unsigned long i = rng() % 7; i-- > 0;)
@@ -147,22 +135,16 @@ bool one_case() {
     for (unsigned long i = rng() % 4; i-- > 0;)
       den = (den << 32) + static_cast<unsigned long>(rng() >> 32);
     if (rng() % 2) den = mpz_class(1) << (rng() % 1200);
-    if (rng() % 3 == 0) {
-      mpz_ui_pow_ui(den.get_mpz_t(), 10, rng() % 40);
-    }
+    if (rng() % 3 == 0) mpz_ui_pow_ui(den.get_mpz_t(), 10, rng() % 40);
     if (den == 0) den = 1;
     bool const negative = rng() % 2;
-    mpq_class q(num, den);
+    mpq_class q(negative ? mpz_class(-num) : num, den);
     q.canonicalize();
-    if (negative) q = -q;
     QNumber const qn(q.get_num_mpz_t(), q.get_den_mpz_t());
-    emit("to_fp_real", f,
-         "((_ to_fp " + std::to_string(f.eb) + " " + std::to_string(f.sb) + ") " + m + " " +
-             real(qn) + ")",
-         from_rational(rm, qn, f).to_str());
-    return true;
+    return emit("to_fp_real", f, "(" + indexed("to_fp", f) + " " + m + " " + real(qn) + ")",
+                from_rational(rm, qn, f).to_str());
   }
-  case 12: {
+  if (kind == 12) {
     unsigned long const w = 1 + rng() % 140;
     mpz_class bits = 0;
     for (unsigned long i = 0; i < w; i += 32)
@@ -170,16 +152,12 @@ bool one_case() {
     bits &= (mpz_class(1) << w) - 1;
     if (rng() % 2) bits >>= rng() % w; // smaller magnitudes too
     bool const is_signed = rng() % 2;
-    std::string const fmt = std::to_string(f.eb) + " " + std::to_string(f.sb);
-    emit(is_signed ? "to_fp_sbv" : "to_fp_unsigned", f,
-         std::string(is_signed ? "((_ to_fp " : "((_ to_fp_unsigned ") + fmt + ") " + m + " " +
-             bv(bits, w) + ")",
-         (is_signed ? from_sbv(rm, bits.get_mpz_t(), w, f) : from_ubv(rm, bits.get_mpz_t(), w, f))
-             .to_str());
-    return true;
+    std::string const head = indexed(is_signed ? "to_fp" : "to_fp_unsigned", f);
+    IEEEFloat const r = (is_signed ? from_sbv : from_ubv)(rm, bits.get_mpz_t(), w, f);
+    return emit(is_signed ? "to_fp_sbv" : "to_fp_unsigned", f,
+                "(" + head + " " + m + " " + bv(bits, w) + ")", r.to_str());
   }
-  case 13:
-  case 14: {
+  if (kind == 13 || kind == 14) {
     unsigned long const w = 1 + rng() % 70;
     bool const is_signed = rng() % 2;
     // z3 takes time linear in the exponent here, zeros included: keep
@@ -192,20 +170,13 @@ bool one_case() {
     if (!r) return false;
     mpz_class v;
     r->get_num(v.get_mpz_t());
-    char const* name = is_signed ? "fp.to_sbv" : "fp.to_ubv";
-    emit(name, f, "((_ " + std::string(name) + " " + std::to_string(w) + ") " + m + " " + a + ")",
-         bv(v, w));
-    return true;
+    std::string const name = is_signed ? "fp.to_sbv" : "fp.to_ubv";
+    return emit(name, f, "((_ " + name + " " + std::to_string(w) + ") " + m + " " + a + ")",
+                bv(v, w));
   }
-  case 18:
-  default: {
-    if (f.eb > 20) return false; // exact values near 2^(2^39) are out of reach
-    auto const r = to_real(x);
-    if (!r) return false;
-    emit("fp.to_real", f, "(fp.to_real " + a + ")", real(*r));
-    return true;
-  }
-  }
+  if (f.eb > 20) return false; // exact values near 2^(2^39) are out of reach
+  auto const r = to_real(x);
+  return r && emit_app("fp.to_real", f, {a}, real(*r));
 }
 
 } // namespace

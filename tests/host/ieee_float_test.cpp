@@ -2,8 +2,8 @@
 // brute force and hardware, and value semantics of wide values including
 // allocation failure.
 #include "host/ieee_float.h"
-#include "tests/common/alloc_failure.h"
 #include "support/packed_order.h"
+#include "tests/common/alloc_failure.h"
 
 #include <gmock/gmock.h>
 #include <gmpxx.h>
@@ -29,8 +29,8 @@ TEST(IEEEFloat, RejectsInvalidFormatsAndPatterns) {
   EXPECT_EQ(IEEEFloat::kind_of({11, 21}), IEEEFloat::kind_u32);
   EXPECT_EQ(IEEEFloat::kind_of({11, 53}), IEEEFloat::kind_u64);
   EXPECT_EQ(IEEEFloat::kind_of({11, 54}), IEEEFloat::kind_qnumber);
-  for (format bad : {format{1, 5}, format{5, 1}, format{IEEEFloat::max_width, 2},
-                     format{~std::uint64_t{0}, 3}})
+  for (format bad :
+       {format{1, 5}, format{5, 1}, format{IEEEFloat::max_width, 2}, format{~std::uint64_t{0}, 3}})
     EXPECT_THAT([&] { IEEEFloat(bad, IEEEFloat::rm_nearest_even); },
                 ThrowsMessage<std::invalid_argument>(
                     HasSubstr(std::to_string(bad.eb) + ", " + std::to_string(bad.sb))));
@@ -88,7 +88,8 @@ TEST(IEEEFloat, DoubleConversionsMatchHardware) {
     double const near = -std::ldexp(std::bit_cast<double>((bits >> 12) | 0x3ff0000000000000),
                                     int(bits % 300) - 160);
     EXPECT_EQ(IEEEFloat::from_double(near, f32).payload_u32(),
-              std::bit_cast<std::uint32_t>(static_cast<float>(near))) << near;
+              std::bit_cast<std::uint32_t>(static_cast<float>(near)))
+        << near;
   }
 }
 
@@ -98,7 +99,8 @@ TEST(IEEEFloat, WideFormatsRoundToDouble) {
   // 2^exp * (1 + trailing / 2^112); `flip` bits set in 0, or cleared in all ones.
   auto f128_value = [](std::int64_t exp, std::initializer_list<int> flip, bool ones = false) {
     mpz_class p = (mpz_class(exp + 16383 + (ones ? 1 : 0)) << 112) - (ones ? 1 : 0);
-    for (int b : flip) ones ? mpz_clrbit(p.get_mpz_t(), b) : mpz_setbit(p.get_mpz_t(), b);
+    for (int b : flip)
+      ones ? mpz_clrbit(p.get_mpz_t(), b) : mpz_setbit(p.get_mpz_t(), b);
     return IEEEFloat::from_bits(p.get_mpz_t(), f128).to_double();
   };
   EXPECT_EQ(f128_value(0, {59}), 1.0);                          // tie to even
@@ -147,7 +149,11 @@ TEST(IEEEFloat, ValueSemanticsAndFailedCopies) {
       bool threw = false;
       {
         test::AllocationFailure guard(k);
-        try { dest = big; } catch (std::bad_alloc const&) { threw = true; }
+        try {
+          dest = big;
+        } catch (std::bad_alloc const&) {
+          threw = true;
+        }
         fired = test::allocation_failure_fired();
       }
       EXPECT_TRUE(threw == fired && dest.to_str() == (threw ? start : big).to_str()) << k;

@@ -97,8 +97,8 @@ TEST(PickMid, BisectionReachesEveryTarget) {
       for (; !payload_equal(lo, hi) && steps <= w + 1; ++steps) {
         IEEEFloat const mid = pick_mid_avg(lo, hi);
         ASSERT_FALSE(less(mid, lo) || less(hi, mid)) << mid.to_str();
-        if (less(mid, target)) lo = next_above(mid);
-        else hi = mid;
+        bool const below = less(mid, target);
+        (below ? lo : hi) = below ? next_above(mid) : mid;
       }
       EXPECT_LE(steps, w + 1);
       EXPECT_TRUE(payload_equal(lo, target)) << target.to_str();

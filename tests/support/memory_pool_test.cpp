@@ -46,7 +46,8 @@ TEST(MemoryPool, ChunkSizesDoubleToTheMaximumAndBlocksAscend) {
 TEST(MemoryPool, ReleasedBlocksAreReusedLastInFirstOut) {
   Pool pool(16, 2.0f, 8192);
   std::vector<void*> got;
-  for (int i = 0; i < 16; ++i) got.push_back(pool.allocate());
+  for (int i = 0; i < 16; ++i)
+    got.push_back(pool.allocate());
   pool.release(got[3]);
   pool.release(got[7]);
   EXPECT_EQ(pool.allocate(), got[7]);

@@ -49,7 +49,8 @@ TEST(QNumber, ConstructionReducesAndRejectsBadInput) {
   EXPECT_EQ(QNumber(0, -5).small_den(), 1);
   EXPECT_EQ(QNumber(-kMax, -kMax).to_string(), "1");
   for (auto [num, den] : {std::pair{std::int64_t{5}, std::int64_t{0}}, {kMin, 3}, {3, kMin}})
-    EXPECT_THAT([&] { QNumber(num, den); }, ::testing::ThrowsMessage<std::invalid_argument>(
+    EXPECT_THAT([&] { QNumber(num, den); },
+                ::testing::ThrowsMessage<std::invalid_argument>(
                     ::testing::HasSubstr(std::to_string(num) + ", " + std::to_string(den))));
   QNumber const b = QNumber::from_decimal("-246913578024691357802469135782/4");
   EXPECT_TRUE(b.is_big());
