@@ -234,11 +234,6 @@ IEEEFloat& IEEEFloat::operator=(IEEEFloat&& other) noexcept {
   return *this;
 }
 
-IEEEFloat::~IEEEFloat() { release(); }
-
-void IEEEFloat::release() noexcept {
-  if (!narrow()) delete payload_.q;
-}
 
 IEEEFloat IEEEFloat::from_bits(mpz_srcptr bits, format f) {
   check_format(f);

@@ -73,7 +73,8 @@ public:
   IEEEFloat(IEEEFloat&& other) noexcept;
   IEEEFloat& operator=(IEEEFloat const& other);
   IEEEFloat& operator=(IEEEFloat&& other) noexcept;
-  ~IEEEFloat();
+  // Inline: arithmetic results are short-lived temporaries.
+  ~IEEEFloat() { release(); }
 
   // The value with bit pattern `bits` (a non-negative integer) in format f,
   // rounding mode 0.  Throws std::invalid_argument for an invalid format, and
@@ -84,6 +85,16 @@ public:
   // The value of format f nearest to d, ties to even (exact for every format;
   // overflow gives infinity, NaN gives the quiet NaN with d's sign).
   static IEEEFloat from_double(double d, format f);
+  // The value with pattern `bits` in format f, for a format of at most 64
+  // bits that the caller knows to be valid and a pattern that fits it; no
+  // checks (the arithmetic's fast paths make their results with it).
+  static IEEEFloat from_narrow_bits(std::uint64_t bits, format f) noexcept {
+    IEEEFloat r;
+    r.fmt_ = f;
+    r.tag_ = static_cast<std::uint32_t>(f.eb + f.sb <= 32 ? kind_u32 : kind_u64) << kind_shift;
+    r.payload_.u64 = bits;
+    return r;
+  }
   // The value as a double, rounded to nearest even (overflow gives infinity,
   // NaN gives a quiet NaN with this value's sign).
   double to_double() const;
@@ -99,9 +110,7 @@ public:
   static IEEEFloat inf(format f, bool negative);
   static IEEEFloat zero(format f, bool negative);
 
-  bool is_nan() const {
-    return narrow() ? magnitude64() > inf_magnitude64() : is_nan_wide();
-  }
+  bool is_nan() const { return narrow() ? magnitude64() > inf_magnitude64() : is_nan_wide(); }
   bool is_inf() const;
   bool is_zero() const;
   bool is_subnormal() const;
@@ -134,7 +143,9 @@ public:
 private:
   void set_bits(mpz_srcptr bits); // pattern already checked to fit
   void set_bits_u64(std::uint64_t bits);
-  void release() noexcept;
+  void release() noexcept {
+    if (!narrow()) delete payload_.q;
+  }
   bool is_nan_wide() const;
   bool get_sign_wide() const;
 

@@ -18,6 +18,7 @@ AREAS = [
     ("rational", "Rationals (ns per comparison)"),
     ("packed", "Packed order (ns per comparison)"),
     ("heur", "Heuristics (ns per term looked at / per bound)"),
+    ("arith", "Floating-point arithmetic (ns per operation)"),
 ]
 
 # (description, operation, size or None for every size, peer, minimum ratio)
@@ -40,7 +41,21 @@ GOALS = [
     ("Float64 order within 1.2x of key transform", "packed.lt.float64", None, "key_transform", 1 / 1.2),
     ("decide() within 2x of its floor per term", "heur.decide", None, "floor", 0.5),
     ("search candidates within 3x of the floor per bound", "heur.search", None, "floor", 1 / 3),
+    ("Float64 RNE add within 3x of hardware double", "arith.add.float64", None, "hw_double", 1 / 3),
+    ("Float64 RNE mul within 3x of hardware double", "arith.mul.float64", None, "hw_double", 1 / 3),
+    ("Float64 RNE div within 3x of hardware double", "arith.div.float64", None, "hw_double", 1 / 3),
+    ("Float64 RNE sqrt within 3x of hardware double", "arith.sqrt.float64", None, "hw_double", 1 / 3),
+    ("Float64 RNE fma within 3x of hardware double", "arith.fma.float64", None, "hw_double", 1 / 3),
+    ("any-format add within 1.5x of bare MPFR", "arith.add.{f}", None, "mpfr", 1 / 1.5),
+    ("any-format mul within 1.5x of bare MPFR", "arith.mul.{f}", None, "mpfr", 1 / 1.5),
+    ("any-format div within 1.5x of bare MPFR", "arith.div.{f}", None, "mpfr", 1 / 1.5),
+    ("any-format sqrt within 1.5x of bare MPFR", "arith.sqrt.{f}", None, "mpfr", 1 / 1.5),
+    ("any-format fma within 1.5x of bare MPFR", "arith.fma.{f}", None, "mpfr", 1 / 1.5),
 ]
+
+
+# The formats of the any-format arithmetic benchmarks (bench/fp_arith_bench.cpp).
+ARITH_FORMATS = ["float16", "float64_rtz", "fp_10_47", "float128"]
 
 
 def load(path):
@@ -103,8 +118,9 @@ def ratio_tables(times, allocs):
 def goal_rows(times, allocs):
     rows = ["### Goals\n", "| goal | case | ratio | target | |", "|---|---|---|---|---|"]
     for desc, op_pat, size, peer, need in GOALS:
-        for k in (["lit", "term"] if "{k}" in op_pat else [None]):
-            op = op_pat.format(k=k) if k else op_pat
+        keys = ["lit", "term"] if "{k}" in op_pat else ARITH_FORMATS if "{f}" in op_pat else [None]
+        for k in keys:
+            op = op_pat.format(k=k, f=k) if k else op_pat
             for (o, impl, s), ours in sorted(times.items()):
                 if o != op or impl != "qorv" or (size is not None and s != size):
                     continue
@@ -115,7 +131,8 @@ def goal_rows(times, allocs):
                 ok = "met" if r >= need else "**missed**"
                 rows.append(f"| {desc} | {op} {fmt_size(s)} | {r:.2f} | {need:.2f} | {ok} |")
     for (o, impl, s), a in sorted(allocs.items()):
-        if o.startswith("heur.") and impl == "qorv":
+        narrow_arith = o.startswith("arith.") and not o.endswith(".float128")
+        if (o.startswith("heur.") or narrow_arith) and impl == "qorv":
             ok = "met" if a == 0 else "**missed**"
             rows.append(f"| no allocation once grown | {o} {fmt_size(s)} | {a:.3g} allocs/call | 0 | {ok} |")
     rows.append("")
