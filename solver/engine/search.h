@@ -43,13 +43,16 @@ enum class Answer { sat, unsat, unknown };
 
 struct Result {
   Answer answer = Answer::unknown;
-  std::vector<IEEEFloat> model; // one value per variable; Booleans: true when not NaN
+  // One value per variable; Booleans: true when not NaN; rounding modes
+  // as rm_value.  The values of terms (Def variables) are their exact values.
+  std::vector<IEEEFloat> model;
   Stats stats;
 };
 
 Result solve(Problem& p, Options const& options);
 
-// Exact values under a model (every variable one value).
+// Exact values under a model (every input variable one value; the values
+// of terms are computed, see complete_model).
 bool eval_bool(Problem const& p, std::vector<IEEEFloat> const& model, int node);
 IEEEFloat eval_fp(Problem const& p, std::vector<IEEEFloat> const& model, int operand);
 

@@ -154,8 +154,12 @@ TEST(Fpsolve, BadInputNamesPlaceAndExpectation) {
     char const* script;
     char const* message;
   } const cases[] = {
-      {"(declare-const x Float32)\n(assert (fp.leq (fp.add RNE x x) x))",
-       "(error \"line 2 column 18: unknown operator 'fp.add'; expected"},
+      {"(declare-const x Float32)\n(assert (fp.leq ((_ fp.to_ubv 8) RNE x) x))",
+       "(error \"line 2 column 18: unsupported operator (_ fp.to_ubv ...)"},
+      {"(assert (forall ((y Float32)) (fp.isNaN y)))",
+       "(error \"line 1 column 10: unsupported quantifier 'forall'"},
+      {"(declare-const x Float32)\n(assert (fp.isNaN (fp.add RNE x)))",
+       "(error \"line 2 column 19: fp.add expects 3 arguments (a rounding mode first)\")"},
       {"(declare-const x Float32)\n(assert (fp.leq x true))",
        "(error \"line 2 column 19: wrong sort: expected a floating-point term, found Bool\")"},
       {"(declare-const x Float32)(declare-const y Float64)\n(assert (fp.lt x y))",
