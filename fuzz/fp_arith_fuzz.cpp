@@ -10,7 +10,7 @@
 #include "fuzz_input.h"
 #include "host/fp_arith.h"
 #include "host/fp_convert.h"
-#include "tests/host/exact_fp_oracle.h"
+#include "tests/common/exact_fp_oracle.h"
 
 #include <gmpxx.h>
 

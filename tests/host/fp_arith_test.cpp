@@ -3,7 +3,7 @@
 // conversions among them and from every short bit-vector; random operands in
 // Float16/32/64 (the hardware fast paths), Float128 and odd wide formats; the
 // errors for bad input; no allocation per operation on narrow formats.
-#include "exact_fp_oracle.h"
+#include "tests/common/exact_fp_oracle.h"
 #include "host/fp_arith.h"
 #include "host/fp_convert.h"
 

@@ -8,7 +8,7 @@
 // allowed.  Cases whose result is unspecified (bit-vector conversions out of
 // range, the real value of NaN or infinity) are not written.  The same seed
 // gives the same cases.
-#include "exact_fp_oracle.h"
+#include "tests/common/exact_fp_oracle.h"
 #include "host/fp_arith.h"
 #include "host/fp_convert.h"
 

@@ -2,18 +2,25 @@
 //
 // Random problems over (2, 3) and (3, 4) mix comparisons of variables, their
 // fp.neg and fp.abs views and constants, classifications and Boolean
-// structure.  An oracle written from IEEE-754 alone (bit fields decoded here,
-// values compared as doubles, which hold every value of these formats
-// exactly) checks each answer: a sat model must satisfy every assertion, and
-// an unsat answer must survive the enumeration of every assignment.  No
-// external program is involved, so this runs everywhere the tests run.
+// structure; a second family adds arithmetic (every operation but min and
+// max, whose unspecified zeros the differential test covers), ite over
+// floating point and rounding-mode variables.  An oracle written from
+// IEEE-754 alone (bit fields decoded here, values compared as doubles, which
+// hold every value of these formats exactly; arithmetic by the exact
+// rational reference of tests/common) checks each answer: a sat model must
+// satisfy every assertion, and an unsat answer must survive the enumeration
+// of every assignment.  No external program is involved, so this runs
+// everywhere the tests run.
 #include "engine/search.h"
 #include "smtlib/elaborate.h"
+
+#include "tests/common/exact_fp_oracle.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <functional>
+#include <map>
 #include <random>
 #include <sstream>
 #include <string>
@@ -45,9 +52,63 @@ struct Bits {
   }
 };
 
+// The exact reference of a format, built once (it tabulates small formats).
+qorv::oracle::Oracle const& reference(Format f) {
+  static std::map<std::pair<std::uint64_t, std::uint64_t>, qorv::oracle::Oracle> refs;
+  auto it = refs.find({f.eb, f.sb});
+  if (it == refs.end())
+    it = refs.emplace(std::make_pair(f.eb, f.sb), qorv::oracle::Oracle(f.eb, f.sb)).first;
+  return it->second;
+}
+
 struct Oracle {
   Problem const& p;
-  std::vector<std::uint64_t> const& a; // a pattern per variable; Booleans: 1 true, 0 false
+  std::vector<std::uint64_t> a; // a pattern per variable; Booleans: 1 true, 0 false
+
+  // The inputs' patterns in `inputs`; the values of terms are computed here.
+  Oracle(Problem const& problem, std::vector<std::uint64_t> inputs)
+      : p(problem), a(std::move(inputs)) {
+    for (Def const& d : p.defs) {
+      Format const f = p.vars[d.var].fmt;
+      qorv::oracle::Oracle const& ref = reference(f);
+      auto arg = [&](std::size_t i) { return mpz_class(operand(d.args[i]).p); };
+      // A rounding mode's pattern in (2, 2) is its number (RNE = +0 ...).
+      int const rm = d.rm < 0 ? 0 : static_cast<int>(operand(d.rm).p);
+      mpz_class r;
+      switch (d.op) {
+      case FpOp::add:
+        r = ref.add(rm, arg(0), arg(1));
+        break;
+      case FpOp::sub:
+        r = ref.sub(rm, arg(0), arg(1));
+        break;
+      case FpOp::mul:
+        r = ref.mul(rm, arg(0), arg(1));
+        break;
+      case FpOp::div:
+        r = ref.div(rm, arg(0), arg(1));
+        break;
+      case FpOp::fma:
+        r = ref.fma(rm, arg(0), arg(1), arg(2));
+        break;
+      case FpOp::sqrt:
+        r = ref.sqrt(rm, arg(0));
+        break;
+      case FpOp::rem:
+        r = ref.rem(arg(0), arg(1));
+        break;
+      case FpOp::round_to_integral:
+        r = ref.round_to_integral(rm, arg(0));
+        break;
+      case FpOp::ite:
+        r = arg(eval(d.cond) ? 0 : 1);
+        break;
+      default:
+        ADD_FAILURE() << "operation outside the brute-force family";
+      }
+      a[d.var] = r.get_ui();
+    }
+  }
 
   Bits operand(int o) const {
     Operand const& op = p.operands[o];
@@ -134,11 +195,15 @@ struct Oracle {
 bool satisfiable(Problem const& p) {
   std::vector<std::uint64_t> a(p.vars.size(), 0);
   for (;;) {
-    if (Oracle{p, a}.holds()) return true;
+    if (Oracle(p, a).holds()) return true;
     std::size_t v = 0;
     for (; v < a.size(); a[v++] = 0) {
       Var const& var = p.vars[v];
-      if (++a[v] < (var.is_bool ? 2 : std::uint64_t{1} << (var.fmt.eb + var.fmt.sb))) break;
+      std::uint64_t const values = var.def >= 0  ? 1
+                                   : var.is_bool ? 2
+                                   : var.is_rm   ? 5
+                                                 : std::uint64_t{1} << (var.fmt.eb + var.fmt.sb);
+      if (++a[v] < values) break;
     }
     if (v == a.size()) return false;
   }
@@ -187,6 +252,56 @@ std::string random_problem(std::mt19937& rng, Format f, int vars) {
   return s;
 }
 
+// The same with arithmetic: terms of depth up to 2 over x0.. (format f),
+// constants, every operation but min and max, ite, and the rounding modes
+// RNE, RTP and the variable r.
+std::string random_arith_problem(std::mt19937& rng, Format f, int vars) {
+  auto pick = [&](int n) { return static_cast<int>(rng() % static_cast<unsigned>(n)); };
+  std::string const fs =
+      "(_ FloatingPoint " + std::to_string(f.eb) + " " + std::to_string(f.sb) + ")";
+  auto rm = [&]() -> std::string { return pick(3) == 0 ? "RNE" : pick(2) ? "RTP" : "r"; };
+  std::function<std::string(int)> term = [&](int depth) -> std::string {
+    int const k = depth == 0 ? pick(4) : pick(13);
+    if (k == 0) {
+      std::string b;
+      for (std::uint64_t i = 0; i < f.eb + f.sb; ++i)
+        b += pick(2) ? '1' : '0';
+      return "((_ to_fp " + std::to_string(f.eb) + " " + std::to_string(f.sb) + ") #b" + b + ")";
+    }
+    if (k < 4) return "x" + std::to_string(pick(vars));
+    static char const* const binary[] = {"fp.add", "fp.sub", "fp.mul", "fp.div"};
+    if (k < 8)
+      return std::string("(") + binary[k - 4] + " " + rm() + " " + term(depth - 1) + " " +
+             term(depth - 1) + ")";
+    if (k == 8)
+      return "(fp.fma " + rm() + " " + term(depth - 1) + " " + term(depth - 1) + " " +
+             term(depth - 1) + ")";
+    if (k == 9) return "(fp.sqrt " + rm() + " " + term(depth - 1) + ")";
+    if (k == 10) return "(fp.roundToIntegral " + rm() + " " + term(depth - 1) + ")";
+    if (k == 11) return "(fp.rem " + term(depth - 1) + " " + term(depth - 1) + ")";
+    return "(ite (fp.lt " + term(0) + " " + term(0) + ") " + term(depth - 1) + " " +
+           term(depth - 1) + ")";
+  };
+  static char const* const binary[] = {"fp.leq", "fp.lt", "fp.eq", "="};
+  static char const* const unary[] = {"fp.isNaN", "fp.isInfinite", "fp.isZero", "fp.isNegative"};
+  auto atom = [&]() -> std::string {
+    if (pick(3) == 0) return std::string("(") + unary[pick(4)] + " " + term(2) + ")";
+    return std::string("(") + binary[pick(4)] + " " + term(2) + " " + term(2) + ")";
+  };
+  std::string s = "(declare-const r RoundingMode)";
+  for (int v = 0; v < vars; ++v)
+    s += "(declare-const x" + std::to_string(v) + " " + fs + ")";
+  for (int i = pick(2); i >= 0; --i) {
+    int const k = pick(4);
+    s += "(assert " +
+         (k == 0   ? "(not " + atom() + ")"
+          : k == 1 ? "(or " + atom() + " " + atom() + ")"
+                   : atom()) +
+         ")";
+  }
+  return s;
+}
+
 void build(Problem& p, std::string const& text) {
   Elaborator el(p);
   std::istringstream in(text);
@@ -201,16 +316,18 @@ void build(Problem& p, std::string const& text) {
   }
 }
 
-TEST(BruteForce, AnswersAndModelsOnEnumerableFormats) {
-  std::mt19937 rng(7);
-  struct Round {
-    Format f;
-    int vars, problems;
-  } const rounds[] = {{{2, 3}, 3, 200}, {{3, 4}, 2, 200}};
+struct Round {
+  Format f;
+  int vars, problems;
+  bool arith;
+};
+
+void check_rounds(std::mt19937& rng, std::vector<Round> const& rounds, int least) {
   int sat = 0, unsat = 0;
   for (Round const& round : rounds)
     for (int i = 0; i < round.problems; ++i) {
-      std::string const text = random_problem(rng, round.f, round.vars);
+      std::string const text = round.arith ? random_arith_problem(rng, round.f, round.vars)
+                                           : random_problem(rng, round.f, round.vars);
       Problem p;
       build(p, text);
       Options opt;
@@ -221,7 +338,7 @@ TEST(BruteForce, AnswersAndModelsOnEnumerableFormats) {
         std::vector<std::uint64_t> a;
         for (std::size_t v = 0; v < p.vars.size(); ++v)
           a.push_back(p.vars[v].is_bool ? !r.model[v].is_nan() : r.model[v].payload_u64());
-        EXPECT_TRUE((Oracle{p, a}.holds())) << "model fails: " << text;
+        EXPECT_TRUE(Oracle(p, a).holds()) << "model fails: " << text;
         ++sat;
       } else {
         EXPECT_FALSE(satisfiable(p)) << "unsat, yet satisfiable: " << text;
@@ -229,8 +346,18 @@ TEST(BruteForce, AnswersAndModelsOnEnumerableFormats) {
       }
     }
   // Both answers must be well represented, or the test proves little.
-  EXPECT_GT(sat, 60);
-  EXPECT_GT(unsat, 60);
+  EXPECT_GT(sat, least);
+  EXPECT_GT(unsat, least);
+}
+
+TEST(BruteForce, AnswersAndModelsOnEnumerableFormats) {
+  std::mt19937 rng(7);
+  check_rounds(rng, {{{2, 3}, 3, 200, false}, {{3, 4}, 2, 200, false}}, 60);
+}
+
+TEST(BruteForce, ArithmeticAnswersAndModels) {
+  std::mt19937 rng(11);
+  check_rounds(rng, {{{2, 3}, 2, 120, true}, {{3, 4}, 1, 80, true}}, 30);
 }
 
 } // namespace
