@@ -385,6 +385,48 @@ bool Solver<R>::restrict_var(int v, Set<R> const& t) {
   return t.nan && narrow(v, nan, nan);
 }
 
+// The values of operand i that can still yield a result in z: its ends are
+// cut while the forward projection of the cut part (the other operands as
+// they are) misses z.  Each cut rests on one projection that misses, so it
+// is as sound as the projection, whatever the shape of the operation; the
+// binary search only decides where to look.
+template <class R>
+Set<R> Solver<R>::shave(FpOp op, std::vector<Bounds<R>> a, std::size_t i, unsigned modes,
+                        FormatRanks<R> const& rf, IEEEFloat::format fmt, Set<R> const& z) const {
+  auto misses = [&](Set<R> part) {
+    a[i].s = part;
+    Set<R> const pr = project(op, a, modes, rf, fmt);
+    return !((pr.nan && z.nan) || (pr.has_num() && z.has_num() && pr.lo <= z.hi && z.lo <= pr.hi));
+  };
+  Set<R> s = a[i].s;
+  if (s.nan && misses(Set<R>{true, R(1), R(0)})) s.nan = false;
+  if (!s.has_num()) return s;
+  if (misses(Set<R>{false, s.lo, s.hi})) return Set<R>{s.nan, R(1), R(0)};
+  if (misses(Set<R>{false, s.lo, s.lo})) { // [s.lo, bad] has no candidate
+    R bad = s.lo, good = s.hi;
+    while (R(good - bad) > 1) {
+      R const mid = bad + R(good - bad) / 2;
+      if (misses(Set<R>{false, s.lo, mid}))
+        bad = mid;
+      else
+        good = mid;
+    }
+    s.lo = bad + 1;
+  }
+  if (misses(Set<R>{false, s.hi, s.hi})) { // [bad, s.hi] has no candidate
+    R bad = s.hi, good = s.lo;
+    while (R(bad - good) > 1) {
+      R const mid = good + R(bad - good) / 2;
+      if (misses(Set<R>{false, mid, s.hi}))
+        bad = mid;
+      else
+        good = mid;
+    }
+    s.hi = bad - 1;
+  }
+  return s;
+}
+
 template <class R>
 unsigned Solver<R>::rm_modes(int o) const {
   Operand const& op = p_.operands[o];
@@ -438,7 +480,20 @@ bool Solver<R>::prop_def(int d) {
     a.push_back(Bounds<R>{ev_.img(o), &ev_.format_of_operand(o), p_.operands[o].fmt});
   unsigned const modes = df.rm >= 0 ? rm_modes(df.rm) : 1u;
   if (modes == 0) return false;
-  if (!restrict_var(v, project(df.op, a, modes, rf, p_.vars[v].fmt))) return false;
+  IEEEFloat::format const fmt = p_.vars[v].fmt;
+  Set<R> const forward = project(df.op, a, modes, rf, fmt);
+  if (!restrict_var(v, forward)) return false;
+  // Backward: where the result's interval is narrower than the forward
+  // projection, shave each operand's ends (see shave).
+  Set<R> const z = result_set();
+  bool const narrower = (forward.nan && !z.nan) || forward.lo < z.lo || z.hi < forward.hi;
+  if (narrower && df.op != FpOp::rem && df.op != FpOp::min && df.op != FpOp::max)
+    for (std::size_t i = 0; i < a.size(); ++i) {
+      if (p_.operands[df.args[i]].var < 0) continue;
+      Set<R> const s = shave(df.op, a, i, modes, rf, fmt, z);
+      if (!restrict_to(df.args[i], s)) return false;
+      a[i].s = ev_.img(df.args[i]);
+    }
   if (df.op != FpOp::min && df.op != FpOp::max && ev_.cur[v].lo > rf.nan)
     for (int o : df.args) {
       Set<R> s = ev_.img(o);

@@ -67,6 +67,8 @@ private:
   // that are sound (see search.cpp).
   bool prop_def(int d);
   unsigned rm_modes(int o) const;
+  Set<R> shave(FpOp op, std::vector<Bounds<R>> a, std::size_t i, unsigned modes,
+               FormatRanks<R> const& rf, IEEEFloat::format fmt, Set<R> const& z) const;
   bool restrict_var(int v, Set<R> const& t);
   // sat when the picked inputs, with every Def computed exactly, satisfy
   // every assertion; the model is left in `out`.
