@@ -137,6 +137,9 @@ bool Session::command(SExpr const& cmd) {
   } else if (name == "pop") {
     el_.pop(levels_of(cmd), cmd);
   } else {
+    if (name == "declare-sort" || name == "define-funs-rec" || name == "define-fun-rec" ||
+        name == "declare-datatypes" || name == "check-sat-assuming")
+      throw SmtError(it[0].pos, "unsupported command '" + name + "' (outside QF_FP)");
     throw SmtError(it[0].pos,
                    "unknown command '" + name +
                        "'; expected set-logic, set-info, set-option, "
