@@ -572,7 +572,9 @@ typename Solver<R>::Round Solver<R>::propagate() {
     // decisions, which halve intervals instead of shaving single values.
     // The entries left stay queued for the next round; a conflict drops
     // them, and the next backtrack queues every entry again (lost_).
-    if (++work > budget) {
+    // Past the time limit, the round stops too; the caller then answers
+    // unknown.
+    if (++work > budget || (work % 64 == 0 && out_of_resources())) {
       queue_.push_front(r);
       queued_[r] = 1;
       lost_ = true;

@@ -357,7 +357,7 @@ TEST(BruteForce, AnswersAndModelsOnEnumerableFormats) {
 
 TEST(BruteForce, ArithmeticAnswersAndModels) {
   std::mt19937 rng(11);
-  check_rounds(rng, {{{2, 3}, 2, 120, true}, {{3, 4}, 1, 80, true}}, 30);
+  check_rounds(rng, {{{2, 3}, 2, 90, true}, {{3, 4}, 1, 60, true}}, 25);
 }
 
 } // namespace
