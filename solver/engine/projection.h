@@ -44,10 +44,13 @@ struct Bounds {
 };
 
 // `modes` has bit m set for every rounding mode m still possible (1 for
-// operations without a rounding mode).
+// operations without a rounding mode).  With `same`, both operands of a
+// binary operation are one term (x + x, x - x, x * x, x / x), which is
+// exact where two independent boxes would not be: x - x is a zero, x * x
+// is no less than zero, x / x is 1.
 template <class R>
 Set<R> project(FpOp op, std::vector<Bounds<R>> const& a, unsigned modes, FormatRanks<R> const& rf,
-               IEEEFloat::format rfmt) {
+               IEEEFloat::format rfmt, bool same = false) {
   Set<R> out{false, R(1), R(0)};
   auto hull = [&](R const& l, R const& h) {
     bool const empty = !out.has_num();
@@ -95,13 +98,43 @@ Set<R> project(FpOp op, std::vector<Bounds<R>> const& a, unsigned modes, FormatR
   out.nan = nan_in;
   if (!all_num) return out; // some operand is NaN only: so is the result
   Bounds<R> const& x = a[0];
+  if (same && op != FpOp::add) {
+    auto has = [&](R const& l, R const& h) { return !(h < x.s.lo || x.s.hi < l); };
+    bool const finite = has(R(rf.nan + 2), R(rf.pinf - 1));
+    bool const finite_nonzero = has(R(rf.nan + 2), R(-2)) || has(R(1), R(rf.pinf - 1));
+    switch (op) {
+    case FpOp::sub: // a zero, NaN from infinities
+      out.nan = out.nan || x.may_inf();
+      if (finite)
+        for (int m = 0; m < 5; ++m)
+          if (modes >> m & 1) add_value(IEEEFloat::zero(rfmt, m == IEEEFloat::rm_toward_negative));
+      return out;
+    case FpOp::div: // 1, NaN from zeros and infinities
+      out.nan = out.nan || x.may_inf() || x.may_zero();
+      if (finite_nonzero)
+        add_value(qorv::swflt::from_rational_text(IEEEFloat::rm_nearest_even, "1", rfmt));
+      return out;
+    case FpOp::mul: { // the square of the magnitude, monotone in it
+      R const klo = key(x.s.lo), khi = key(x.s.hi);
+      R const small = x.may_zero() ? R(0) : klo > 0 ? x.s.lo : R(-x.s.hi - 1);
+      R const large = mx(R(khi < 0 ? R(-khi) : khi), R(klo < 0 ? R(-klo) : klo));
+      IEEEFloat const u = value_of(small, x.fmt), v = value_of(large, x.fmt);
+      for (int m = 0; m < 5; ++m)
+        if (modes >> m & 1) add_keys(qorv::swflt::mul(rm(m), u, u), qorv::swflt::mul(rm(m), v, v));
+      return out;
+    }
+    default:
+      break;
+    }
+  }
   switch (op) {
   case FpOp::add:
   case FpOp::sub: {
     Bounds<R> const& y = a[1];
     bool const add = op == FpOp::add;
-    bool const clash = add ? (x.may_pinf() && y.may_ninf()) || (x.may_ninf() && y.may_pinf())
-                           : (x.may_pinf() && y.may_pinf()) || (x.may_ninf() && y.may_ninf());
+    bool const clash = same  ? false // x + x: inf + inf is inf
+                       : add ? (x.may_pinf() && y.may_ninf()) || (x.may_ninf() && y.may_pinf())
+                             : (x.may_pinf() && y.may_pinf()) || (x.may_ninf() && y.may_ninf());
     if (clash) return full(true);
     for (int m = 0; m < 5; ++m)
       if (modes >> m & 1) {

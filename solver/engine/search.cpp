@@ -392,10 +392,12 @@ bool Solver<R>::restrict_var(int v, Set<R> const& t) {
 // binary search only decides where to look.
 template <class R>
 Set<R> Solver<R>::shave(FpOp op, std::vector<Bounds<R>> a, std::size_t i, unsigned modes,
-                        FormatRanks<R> const& rf, IEEEFloat::format fmt, Set<R> const& z) const {
+                        FormatRanks<R> const& rf, IEEEFloat::format fmt, Set<R> const& z,
+                        bool same) const {
   auto misses = [&](Set<R> part) {
     a[i].s = part;
-    Set<R> const pr = project(op, a, modes, rf, fmt);
+    if (same) a[1 - i].s = part; // one term: the part is the only choice for both
+    Set<R> const pr = project(op, a, modes, rf, fmt, same);
     return !((pr.nan && z.nan) || (pr.has_num() && z.has_num() && pr.lo <= z.hi && z.lo <= pr.hi));
   };
   Set<R> s = a[i].s;
@@ -425,6 +427,13 @@ Set<R> Solver<R>::shave(FpOp op, std::vector<Bounds<R>> a, std::size_t i, unsign
     s.hi = bad - 1;
   }
   return s;
+}
+
+// Two operands that are the same view of one variable.
+template <class R>
+bool Solver<R>::same_term(int x, int y) const {
+  Operand const &a = p_.operands[x], &b = p_.operands[y];
+  return a.var >= 0 && a.var == b.var && a.abs == b.abs && a.neg == b.neg;
 }
 
 template <class R>
@@ -481,7 +490,8 @@ bool Solver<R>::prop_def(int d) {
   unsigned const modes = df.rm >= 0 ? rm_modes(df.rm) : 1u;
   if (modes == 0) return false;
   IEEEFloat::format const fmt = p_.vars[v].fmt;
-  Set<R> const forward = project(df.op, a, modes, rf, fmt);
+  bool const same = df.args.size() == 2 && same_term(df.args[0], df.args[1]);
+  Set<R> const forward = project(df.op, a, modes, rf, fmt, same);
   if (!restrict_var(v, forward)) return false;
   // Backward: where the result's interval is narrower than the forward
   // projection, shave each operand's ends (see shave).
@@ -490,7 +500,7 @@ bool Solver<R>::prop_def(int d) {
   if (narrower && df.op != FpOp::rem && df.op != FpOp::min && df.op != FpOp::max)
     for (std::size_t i = 0; i < a.size(); ++i) {
       if (p_.operands[df.args[i]].var < 0) continue;
-      Set<R> const s = shave(df.op, a, i, modes, rf, fmt, z);
+      Set<R> const s = shave(df.op, a, i, modes, rf, fmt, z, same);
       if (!restrict_to(df.args[i], s)) return false;
       a[i].s = ev_.img(df.args[i]);
     }

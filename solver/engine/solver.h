@@ -68,7 +68,8 @@ private:
   bool prop_def(int d);
   unsigned rm_modes(int o) const;
   Set<R> shave(FpOp op, std::vector<Bounds<R>> a, std::size_t i, unsigned modes,
-               FormatRanks<R> const& rf, IEEEFloat::format fmt, Set<R> const& z) const;
+               FormatRanks<R> const& rf, IEEEFloat::format fmt, Set<R> const& z, bool same) const;
+  bool same_term(int x, int y) const;
   bool restrict_var(int v, Set<R> const& t);
   // sat when the picked inputs, with every Def computed exactly, satisfy
   // every assertion; the model is left in `out`.

@@ -185,6 +185,20 @@ TEST(Fpsolve, ArithmeticTermsModelsAndChoices) {
             "unsat");
 }
 
+// One term on both sides of an operation is refuted without enumerating
+// Float64: x - x is a zero (negative only under RTN), x * x is no less than
+// zero, x / x is 1 or NaN.
+TEST(Fpsolve, OneTermOnBothSides) {
+  DriverOptions limited;
+  limited.search.max_decisions = 1000;
+  std::string const x = "(declare-fun x () Float64)";
+  for (char const* a : {"(assert (fp.isNegative (fp.sub RTZ x x)))",
+                        "(assert (fp.lt (fp.mul RTP x x) (_ -zero 11 53)))",
+                        "(assert (fp.gt (fp.div RNE x x) ((_ to_fp 11 53) RNE 1.0)))"})
+    EXPECT_EQ(run(x + a + "(check-sat)", limited).out, "unsat\n") << a;
+  EXPECT_EQ(run(x + "(assert (fp.isNegative (fp.sub RTN x x)))(check-sat)", limited).out, "sat\n");
+}
+
 // The exact check that guards every sat: a model whose term values or
 // assertions are off is refused, naming what fails.
 TEST(Fpsolve, ModelCheckRefusesWrongModels) {
