@@ -175,31 +175,38 @@ void Elaborator::define_fun(std::string const& name, SExpr const& params, SExpr 
   }
   m->result = parse_sort(sort_e);
   m->body = body;
-  // Elaborate once with fresh inputs of the parameters' sorts, so that a
-  // body in error is reported at the definition.
+  // Elaborate once with placeholder inputs of the parameters' sorts, so that
+  // a body in error is reported at the definition.  The placeholders and
+  // what is built on them occur in no assertion, so the search never sees
+  // them.
   {
-    Problem scratch;
-    Elaborator check(scratch);
-    check.names_ = names_;
     std::vector<std::pair<std::string, Value>> locals;
     for (auto const& [pname, ps] : m->params) {
+      std::string const placeholder = "@" + name + "." + pname;
       Value pv;
       if (ps.is_bool)
-        pv = {true, scratch.add_node(Op::bvar, scratch.add_var(pname, true, ps.fmt))};
+        pv = {true, p_.add_node(Op::bvar, p_.add_var(placeholder, true, ps.fmt))};
       else if (ps.is_rm)
-        pv = {false, scratch.add_rm_var(pname), true};
+        pv = {false, p_.add_rm_var(placeholder), true};
       else {
         Operand o;
-        o.var = scratch.add_var(pname, false, ps.fmt);
+        o.var = p_.add_var(placeholder, false, ps.fmt);
         o.fmt = ps.fmt;
-        pv = {false, scratch.add_operand(o)};
+        pv = {false, p_.add_operand(o)};
       }
       locals.emplace_back(pname, pv);
     }
-    check.locals_ = std::move(locals);
-    Value v = check.elaborate(body);
-    if (!check.has_sort(v, m->result))
-      throw SmtError(body.pos, "wrong sort: the body of '" + name + "' is " + check.sort_text(v) +
+    std::swap(locals, locals_); // the body sees the parameters only
+    Value v;
+    try {
+      v = elaborate(body);
+    } catch (...) {
+      std::swap(locals, locals_);
+      throw;
+    }
+    std::swap(locals, locals_);
+    if (!has_sort(v, m->result))
+      throw SmtError(body.pos, "wrong sort: the body of '" + name + "' is " + sort_text(v) +
                                    ", expected the declared sort");
   }
   Binding b;
