@@ -1,64 +1,217 @@
 #!/usr/bin/env python3
-"""Times fpsolve against z3 and cvc5 on generated problem families.
+"""fpsolve against z3 and cvc5 on folders of SMT-LIB files.
 
-    bench_fpsolve.py FPSOLVE [TIMEOUT_SECONDS]
+    bench_fpsolve.py [--fpsolve PATH] [--timeout SECONDS] [--out DIR] [DIR...]
 
-Every problem comes from gen_problems.py (the same text on every run) and goes
-to the three solvers in turn, each with the same wall-clock limit.  The answers
-must agree; a solver that runs out of time is reported as '>limit', one
-that refuses the problem as 'error'; when no peer answers, the ratio is a lower
-bound.  Prints a Markdown table: seconds per solver and the
-ratio of the faster peer's time to fpsolve's.
+Every .smt2 file under each DIR (read in place, never copied) goes to
+fpsolve, z3 and cvc5, one solver and one problem at a time, each with the
+same wall-clock limit (default 60 s).  Without DIR: the generated families
+(written by gen_problems.py into bench-results/generated/, the same text on
+every run) and, when present, ../shared/benchmarks/qf_fp beside the
+repository.  A family is a file's folder.
+
+The expected answer is the file's (set-info :status ...) when it says sat or
+unsat, else the majority of the solvers' answers; an answer against it is
+wrong (a tie is reported as disputed, wrong for nobody).  Per family and in
+total: problems, solved and wrong per solver, PAR-2 (seconds; a problem not
+solved, or answered wrongly, costs twice the limit) and the median speed-up
+of fpsolve over the faster peer on the problems all three solve.  Writes
+DIR/fpsolve-bench.md (the table, also printed), DIR/fpsolve-bench.json (every
+run) and DIR/fpsolve-cactus.svg (problems solved within a time, per solver),
+with DIR docs/ by default.
 """
+import argparse
+import json
 import os
+import re
+import statistics
 import subprocess
 import sys
 import time
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-FAMILIES = [
-    ("chain", "50"), ("chain", "100"), ("chain-unsat", "50"), ("chain-unsat", "100"),
-    ("many", "50"), ("many", "200"), ("wide", "50"), ("wide", "100"),
-]
+ROOT = os.path.dirname(HERE)
+SHARED = os.path.join(ROOT, "..", "shared", "benchmarks", "qf_fp")
+SOLVERS = ["fpsolve", "z3", "cvc5"]
+GENERATED = [("chain", ["chain 50", "chain 100"]), ("chain-unsat", ["chain-unsat 50", "chain-unsat 100"]),
+             ("many", ["many 50", "many 200"]), ("wide", ["wide 50", "wide 100"]),
+             ("arith", ["arith %d" % s for s in range(1, 21)])]
+STATUS = re.compile(r"\(set-info :status (sat|unsat)\)")
 
 
-def timed(cmd, text, limit):
+def generate(out):
+    """The generated families as files, one folder per family."""
+    dirs = []
+    for family, args in GENERATED:
+        d = os.path.join(out, family)
+        os.makedirs(d, exist_ok=True)
+        for a in args:
+            text = subprocess.run([sys.executable, os.path.join(HERE, "gen_problems.py")] + a.split(),
+                                  capture_output=True, text=True, check=True).stdout
+            with open(os.path.join(d, a.replace(" ", "-") + ".smt2"), "w") as f:
+                f.write(text)
+        dirs.append(d)
+    return dirs
+
+
+def command(solver, fpsolve, path):
+    if solver == "fpsolve":
+        return [fpsolve, path]
+    if solver == "z3":
+        return ["z3", path]
+    return ["cvc5", "--fp-exp", "--lang=smt2", path]
+
+
+def run(cmd, limit):
     start = time.perf_counter()
     try:
-        out = subprocess.run(cmd, input=text, capture_output=True, text=True, timeout=limit).stdout
+        p = subprocess.run(cmd, capture_output=True, text=True, timeout=limit)
     except subprocess.TimeoutExpired:
-        return None, limit
-    answer = out.split("\n", 1)[0].strip()
-    return answer, time.perf_counter() - start
+        return "timeout", limit
+    seconds = time.perf_counter() - start
+    first = p.stdout.strip().split("\n")[0] if p.stdout.strip() else ""
+    if first in ("sat", "unsat", "unknown"):
+        return first, seconds
+    return "error", seconds
+
+
+def files_of(d):
+    out = []
+    for base, _, names in os.walk(d):
+        out += [os.path.join(base, n) for n in sorted(names) if n.endswith(".smt2")]
+    return sorted(out)
+
+
+def expected_answer(path, answers):
+    with open(path, errors="replace") as f:
+        m = STATUS.search(f.read())
+    if m:
+        return m.group(1), "status"
+    definite = [a for a in answers.values() if a in ("sat", "unsat")]
+    if not definite:
+        return None, "none"
+    sat, unsat = definite.count("sat"), definite.count("unsat")
+    if sat == unsat:
+        return None, "disputed"
+    return ("sat" if sat > unsat else "unsat"), "majority"
+
+
+def summarize(rows, limit):
+    out = {"problems": len(rows)}
+    for s in SOLVERS:
+        solved = [r for r in rows if r["answers"][s] in ("sat", "unsat") and r["answers"][s] != "wrong"
+                  and r["expected"] in (None, r["answers"][s])]
+        wrong = [r for r in rows if r["answers"][s] in ("sat", "unsat") and r["expected"]
+                 and r["answers"][s] != r["expected"]]
+        par2 = sum(r["seconds"][s] if r in solved else 2 * limit for r in rows)
+        out[s] = {"solved": len(solved), "wrong": len(wrong), "par2": par2}
+    ratios = []
+    for r in rows:
+        ok = all(r["answers"][s] in ("sat", "unsat") and r["expected"] in (None, r["answers"][s])
+                 for s in SOLVERS)
+        if ok:
+            ratios.append(min(r["seconds"]["z3"], r["seconds"]["cvc5"]) / max(r["seconds"]["fpsolve"], 1e-3))
+    out["all_solve"] = len(ratios)
+    out["median_speedup"] = statistics.median(ratios) if ratios else None
+    return out
+
+
+def table(families, limit):
+    lines = ["| family | problems | fpsolve solved / wrong | z3 solved / wrong | cvc5 solved / wrong "
+             "| PAR-2 fpsolve / z3 / cvc5 (s) | all solve | median speed-up vs faster peer |",
+             "|---|---|---|---|---|---|---|---|"]
+    for name, s in families:
+        med = "-" if s["median_speedup"] is None else "%.2fx" % s["median_speedup"]
+        lines.append("| %s | %d | %d / %d | %d / %d | %d / %d | %.0f / %.0f / %.0f | %d | %s |" % (
+            name, s["problems"], s["fpsolve"]["solved"], s["fpsolve"]["wrong"], s["z3"]["solved"],
+            s["z3"]["wrong"], s["cvc5"]["solved"], s["cvc5"]["wrong"], s["fpsolve"]["par2"],
+            s["z3"]["par2"], s["cvc5"]["par2"], s["all_solve"], med))
+    return "\n".join(lines)
+
+
+def cactus(rows, limit, path):
+    """An SVG cactus plot: for each solver, the k-th fastest correct answer's
+    time against k."""
+    w, h, pad = 640, 400, 50
+    n = max(1, len(rows))
+    colors = {"fpsolve": "#d62728", "z3": "#1f77b4", "cvc5": "#2ca02c"}
+    parts = ['<svg xmlns="http://www.w3.org/2000/svg" width="%d" height="%d" font-family="sans-serif" '
+             'font-size="12">' % (w, h),
+             '<rect width="100%" height="100%" fill="white"/>',
+             '<line x1="%d" y1="%d" x2="%d" y2="%d" stroke="black"/>' % (pad, h - pad, w - pad, h - pad),
+             '<line x1="%d" y1="%d" x2="%d" y2="%d" stroke="black"/>' % (pad, pad, pad, h - pad),
+             '<text x="%d" y="%d" text-anchor="middle">problems solved (of %d)</text>' % (w / 2, h - 10, n),
+             '<text x="15" y="%d" transform="rotate(-90 15 %d)" text-anchor="middle">seconds (limit %g)'
+             '</text>' % (h / 2, h / 2, limit)]
+    for i in range(0, 5):
+        y = h - pad - i * (h - 2 * pad) / 4
+        parts.append('<text x="%d" y="%d" text-anchor="end">%.3g</text>' % (pad - 4, y + 4, limit * i / 4))
+        x = pad + i * (w - 2 * pad) / 4
+        parts.append('<text x="%d" y="%d" text-anchor="middle">%d</text>' % (x, h - pad + 16, n * i / 4))
+    for k, s in enumerate(SOLVERS):
+        times = sorted(r["seconds"][s] for r in rows
+                       if r["answers"][s] in ("sat", "unsat") and r["expected"] in (None, r["answers"][s]))
+        pts = ["%.1f,%.1f" % (pad + (i + 1) * (w - 2 * pad) / n, h - pad - t / limit * (h - 2 * pad))
+               for i, t in enumerate(times)]
+        if pts:
+            parts.append('<polyline fill="none" stroke="%s" stroke-width="2" points="%s"/>' %
+                         (colors[s], " ".join(pts)))
+        parts.append('<text x="%d" y="%d" fill="%s">%s (%d)</text>' % (pad + 10, pad + 15 * k, colors[s], s,
+                                                                     len(times)))
+    parts.append("</svg>")
+    with open(path, "w") as f:
+        f.write("\n".join(parts) + "\n")
 
 
 def main():
-    fpsolve = sys.argv[1]
-    limit = float(sys.argv[2]) if len(sys.argv) > 2 else 30.0
-    solvers = [("fpsolve", [fpsolve, "-"]), ("z3", ["z3", "-in"]),
-               ("cvc5", ["cvc5", "--fp-exp", "--lang=smt2"])]
-    print("| family | variables | answer | fpsolve s | z3 s | cvc5 s | faster peer / fpsolve |")
-    print("|---|---|---|---|---|---|---|")
-    disagreements = 0
-    for family, n in FAMILIES:
-        text = subprocess.run([sys.executable, os.path.join(HERE, "gen_problems.py"), family, n],
-                              capture_output=True, text=True, check=True).stdout
-        results = [timed(cmd, text, limit) for _, cmd in solvers]
-        answers = {a for a, _ in results if a in ("sat", "unsat")}
-        if len(answers) > 1:
-            disagreements += 1
-        cells = [("%.3f" % t) if a in ("sat", "unsat") else (">%g" % limit) if a is None
-                 else "error" for a, t in results]
-        answered = [t for a, t in results[1:] if a in ("sat", "unsat")]
-        peer = min(answered) if answered else limit
-        bound = "" if answered else ">="
-        ratio = "%s%.0fx" % (bound, peer / max(results[0][1], 1e-6))
-        print("| %s | %s | %s | %s | %s | %s | %s |" % (
-            family, n, "/".join(sorted(answers)) or "none", *cells, ratio), flush=True)
-    if disagreements:
-        print("\n%d problem(s) with disagreeing answers" % disagreements)
-        sys.exit(1)
+    ap = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    ap.add_argument("dirs", nargs="*")
+    ap.add_argument("--fpsolve", default=os.path.join(ROOT, "build", "tools", "fpsolve"))
+    ap.add_argument("--timeout", type=float, default=60.0)
+    ap.add_argument("--out", default=os.path.join(ROOT, "docs"))
+    args = ap.parse_args()
+    dirs = args.dirs
+    if not dirs:
+        dirs = generate(os.path.join(ROOT, "bench-results", "generated"))
+        if os.path.isdir(SHARED):
+            dirs += [os.path.join(SHARED, d) for d in sorted(os.listdir(SHARED))
+                     if os.path.isdir(os.path.join(SHARED, d))]
+    rows, families = [], []
+    for d in dirs:
+        fam = []
+        for path in files_of(d):
+            answers, seconds = {}, {}
+            for s in SOLVERS:  # one at a time: the machine is shared
+                answers[s], seconds[s] = run(command(s, args.fpsolve, path), args.timeout)
+            expected, source = expected_answer(path, answers)
+            row = {"family": os.path.basename(os.path.normpath(d)), "file": os.path.relpath(path, ROOT),
+                   "answers": answers, "seconds": seconds, "expected": expected, "source": source}
+            fam.append(row)
+            print("%-70s %s" % (row["file"][-70:], " ".join("%s:%s/%.2f" % (s, answers[s], seconds[s])
+                                                            for s in SOLVERS)), file=sys.stderr, flush=True)
+        rows += fam
+        families.append((os.path.basename(os.path.normpath(d)), summarize(fam, args.timeout)))
+    families.append(("**all**", summarize(rows, args.timeout)))
+    text = table(families, args.timeout)
+    wrong = [r for r in rows for s in SOLVERS
+             if r["answers"][s] in ("sat", "unsat") and r["expected"] and r["answers"][s] != r["expected"]]
+    disputed = [r["file"] for r in rows if r["source"] == "disputed"]
+    notes = ["", "Limit %g s per solver and problem; one solver at a time." % args.timeout]
+    for r in wrong:
+        notes.append("- wrong: %s expected %s (%s), answers %s" % (r["file"], r["expected"], r["source"],
+                                                                   r["answers"]))
+    for f in disputed:
+        notes.append("- disputed (no status, solvers split): %s" % f)
+    os.makedirs(args.out, exist_ok=True)
+    with open(os.path.join(args.out, "fpsolve-bench.md"), "w") as f:
+        f.write(text + "\n" + "\n".join(notes) + "\n")
+    with open(os.path.join(args.out, "fpsolve-bench.json"), "w") as f:
+        json.dump({"timeout": args.timeout, "rows": rows}, f, indent=1)
+    cactus(rows, args.timeout, os.path.join(args.out, "fpsolve-cactus.svg"))
+    print(text + "\n" + "\n".join(notes))
+    return 1 if any(r["answers"]["fpsolve"] in ("sat", "unsat") and r["expected"]
+                    and r["answers"]["fpsolve"] != r["expected"] for r in rows) else 0
 
 
 if __name__ == "__main__":
-    main()
+    sys.exit(main())

@@ -9,6 +9,10 @@
     gen_problems.py many N [SEED]          N variables in pairwise comparisons, ranges
                                            and classifications (satisfiable by design)
     gen_problems.py wide N [SEED]          the 'many' family in Float128 and (15, 200)
+    gen_problems.py arith SEED             one small random problem with arithmetic and
+                                           conversions over (3,4), (3,5), Float16, (4,12),
+                                           Float32 or Float64 (let, define-fun, ite,
+                                           rounding-mode variables)
 
 Every problem ends in (check-sat) and is written to standard
 output.  The same arguments always give the same text.
@@ -132,6 +136,115 @@ class Random:
         return "\n".join(self.lines) + "\n"
 
 
+ARITH_FORMATS = [(3, 4), (3, 5), (5, 11), (4, 12), (8, 24), (11, 53)]
+
+
+class Arith:
+    """A few variables of one or two formats, terms built from every
+    operation, comparisons of them under a little Boolean structure."""
+
+    def __init__(self, seed):
+        self.rng = r = random.Random(seed)
+        small = r.random() < 0.6
+        pool = ARITH_FORMATS[:2] if small else ARITH_FORMATS
+        self.formats = r.sample(pool, 1 if r.random() < 0.7 else 2)
+        self.lines = ["(set-logic ALL)"]  # real literals in to_fp need ALL for cvc5
+        self.fvars = {f: [] for f in self.formats}
+        for i in range(r.randrange(1, 4)):
+            f = self.formats[i % len(self.formats)]
+            self.fvars[f].append("x%d" % i)
+            self.lines.append("(declare-fun x%d () %s)" % (i, sort_text(f, r)))
+        self.rms = []
+        if r.random() < 0.3:
+            self.rms.append("rm0")
+            self.lines.append("(declare-fun rm0 () RoundingMode)")
+        self.macros = {}
+        if r.random() < 0.3:
+            f = self.formats[0]
+            s = sort_text(f)
+            self.lines.append("(define-fun mac0 ((a %s) (b %s)) %s (fp.add %s (fp.mul %s a b) a))"
+                              % (s, s, s, self.rm(), self.rm()))
+            self.macros[f] = "mac0"
+
+    def rm(self):
+        r = self.rng
+        if self.rms and r.random() < 0.5:
+            return r.choice(self.rms)
+        return r.choice(RMS[:5])
+
+    def leaf(self, f):
+        r = self.rng
+        if r.random() < 0.3 or not self.fvars[f]:
+            return special(r, f)
+        return r.choice(self.fvars[f])
+
+    def term(self, f, depth):
+        r = self.rng
+        if depth == 0 or r.random() < 0.3:
+            return self.leaf(f)
+        d = depth - 1
+        k = r.randrange(16)
+        if k < 4:
+            op = ["fp.add", "fp.sub", "fp.mul", "fp.div"][k]
+            return "(%s %s %s %s)" % (op, self.rm(), self.term(f, d), self.term(f, d))
+        if k == 4:
+            return "(fp.fma %s %s %s %s)" % (self.rm(), self.term(f, d), self.term(f, d), self.term(f, d))
+        if k == 5:
+            return "(fp.sqrt %s %s)" % (self.rm(), self.term(f, d))
+        if k == 6:
+            return "(fp.rem %s %s)" % (self.term(f, d), self.term(f, d))
+        if k == 7:
+            return "(fp.roundToIntegral %s %s)" % (self.rm(), self.term(f, d))
+        if k == 8:
+            return "(%s %s %s)" % (r.choice(["fp.min", "fp.max"]), self.term(f, d), self.term(f, d))
+        if k == 9:
+            return "(%s %s)" % (r.choice(["fp.neg", "fp.abs"]), self.term(f, d))
+        if k == 10:
+            other = r.choice(self.formats)
+            return "((_ to_fp %d %d) %s %s)" % (f[0], f[1], self.rm(), self.term(other, d))
+        if k == 11:
+            return "(ite %s %s %s)" % (self.atom(0), self.term(f, d), self.term(f, d))
+        if k == 12 and f in self.macros:
+            return "(%s %s %s)" % (self.macros[f], self.term(f, d), self.term(f, d))
+        if k == 13:
+            return "(let ((t%d %s)) (fp.mul %s t%d t%d))" % (depth, self.term(f, d), self.rm(), depth, depth)
+        if k == 14:
+            bits = r.randrange(0, 1 << 6)
+            kind = "to_fp_unsigned" if r.random() < 0.5 else "to_fp"
+            return "((_ %s %d %d) %s #b%s)" % (kind, f[0], f[1], r.choice(RMS[:5]), format(bits, "06b"))
+        return self.leaf(f)
+
+    def atom(self, depth):
+        r = self.rng
+        f = r.choice(self.formats)
+        p = r.random()
+        if p < 0.7:
+            op = r.choice(["fp.leq", "fp.lt", "fp.geq", "fp.gt", "fp.eq", "=", "distinct"])
+            return "(%s %s %s)" % (op, self.term(f, depth), self.term(f, depth))
+        if p < 0.8 and self.rms:
+            return "(= %s %s)" % (self.rms[0], r.choice(RMS[:5]))
+        pred = r.choice(["fp.isNaN", "fp.isInfinite", "fp.isZero", "fp.isNormal", "fp.isSubnormal",
+                         "fp.isNegative", "fp.isPositive"])
+        return "(%s %s)" % (pred, self.term(f, depth))
+
+    def formula(self):
+        r = self.rng
+        a = self.atom(r.randrange(1, 3))
+        p = r.random()
+        if p < 0.2:
+            return "(not %s)" % a
+        if p < 0.4:
+            return "(or %s %s)" % (a, self.atom(1))
+        return a
+
+    def text(self):
+        r = self.rng
+        for _ in range(r.randrange(1, 4)):
+            self.lines.append("(assert %s)" % self.formula())
+        self.lines += ["(check-sat)"]
+        return "\n".join(self.lines) + "\n"
+
+
 def fmt_arg(args, i, default):
     if len(args) <= i:
         return default
@@ -198,6 +311,8 @@ def main(argv):
     kind, n = argv[1], int(argv[2])
     if kind == "random":
         sys.stdout.write(Random(n).text())
+    elif kind == "arith":
+        sys.stdout.write(Arith(n).text())
     elif kind in ("chain", "chain-unsat"):
         sys.stdout.write(chain(n, fmt_arg(argv, 3, (11, 53)), kind == "chain-unsat"))
     elif kind == "many":

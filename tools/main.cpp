@@ -1,9 +1,13 @@
-// fpsolve: SMT-LIB floating-point comparisons solved with every decision taken
-// by the interval decision heuristic.
+// fpsolve: SMT-LIB QF_FP (arithmetic, conversions, comparisons under Boolean
+// structure) solved by intervals, with every decision taken by the interval
+// decision heuristic.
 //
 //   fpsolve [options] [FILE | -]
 //
 // Without FILE it solves the built-in showcase and prints the statistics.
+// Exit status: 0, 1 for bad input (an SMT-LIB error line), 2 for bad
+// options, 3 when a model fails the exact check before sat is printed (a
+// bug report on standard error; sat is never printed then).
 #include "smtlib/driver.h"
 
 #include <cstring>
@@ -27,7 +31,8 @@ int usage(char const* why) {
                "  (no FILE)     solve the built-in showcase problem, with statistics\n"
                "  --stats       decisions, backtracks, propagations and time after each check-sat\n"
                "  --trace       search frames of the asserted terms at every backtrack\n"
-               "  --max-decisions N, --timeout SECONDS   answer unknown when exhausted\n";
+               "  --max-decisions N, --timeout SECONDS   answer unknown when exhausted\n"
+               "exit status: 0; 1 bad input; 2 bad options; 3 a model failed the exact check\n";
   return why ? 2 : 0;
 }
 

@@ -1,4 +1,4 @@
-; fpsolve showcase: floating-point comparisons in several formats.
+; fpsolve showcase: floating-point arithmetic and comparisons in several formats.
 (set-logic QF_FP)
 (set-info :status sat)
 ; Float16: a strict ordering chain between -1 and 1, with a subnormal in it.
@@ -27,6 +27,12 @@
 (assert (=> big (fp.isInfinite w)))
 (assert (xor big (fp.isNegative w)))
 (assert (or big (fp.lt w ((_ to_fp 3 5) #b10110000))))
+; Arithmetic under a rounding mode the solver picks: 0.1 + 0.2 rounded so
+; that it equals 0.3 in Float64, which ties-to-even does not give.
+(declare-const m RoundingMode)
+(define-fun sum ((a Float64) (b Float64)) Float64 (fp.add m a b))
+(assert (= (sum ((_ to_fp 11 53) RNE 0.1) ((_ to_fp 11 53) RNE 0.2)) ((_ to_fp 11 53) RNE 0.3)))
+(assert (let ((s (fp.sqrt m (fp.mul m x x)))) (fp.leq s (fp.abs x))))
 (check-sat)
 (get-model)
-(get-value ((fp.abs z) (fp.lt h1 h2)))
+(get-value ((fp.abs z) (fp.lt h1 h2) m))

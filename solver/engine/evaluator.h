@@ -175,8 +175,9 @@ public:
       for (int i = 0; i < count; ++i) {
         R const l = mx(cond[i].first, lo), h = mn(cond[i].second, hi);
         if (h < l) continue;
-        if (!out.has_num() || l < out.lo) out.lo = l;
-        if (!out.has_num() || out.hi < h) out.hi = h;
+        bool const empty = !out.has_num();
+        if (empty || l < out.lo) out.lo = l;
+        if (empty || out.hi < h) out.hi = h;
       }
     }
     return out;

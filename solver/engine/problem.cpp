@@ -2,6 +2,11 @@
 // index handed out once stays valid for the life of the problem.
 #include "engine/problem.h"
 
+#include "host/packed_rank.h"
+
+#include <cassert>
+#include <stdexcept>
+
 #include <utility>
 
 namespace fpsolve {
@@ -24,8 +29,11 @@ int Problem::add_var(std::string const& name, bool is_bool, IEEEFloat::format fm
 int Problem::add_constant(IEEEFloat const& v) {
   Operand o;
   o.constant = canonical(v);
+  std::string const bits = o.constant.to_str();
+  if (auto it = constant_index_.find(bits); it != constant_index_.end()) return it->second;
   o.fmt = v.get_format();
   operands.push_back(std::move(o));
+  constant_index_.emplace(bits, static_cast<int>(operands.size() - 1));
   return static_cast<int>(operands.size() - 1);
 }
 
@@ -37,6 +45,54 @@ int Problem::add_operand(Operand const& o) {
 int Problem::add_node(Op op, int a, int b, std::vector<int> kids) {
   nodes.push_back(Node{op, a, b, std::move(kids)});
   return static_cast<int>(nodes.size() - 1);
+}
+
+int Problem::add_rm_var(std::string const& name) {
+  int const v = add_var(name, false, {2, 2});
+  vars[v].is_rm = true;
+  Operand o;
+  o.var = v;
+  o.fmt = {2, 2};
+  o.is_rm = true;
+  return add_operand(o);
+}
+
+int Problem::add_rm_constant(IEEEFloat::rounding_mode rm) {
+  int& known = rm_constant_[static_cast<int>(rm_of_value(rm_value(rm)))];
+  if (known < 0) {
+    Operand o;
+    o.constant = rm_value(rm);
+    o.fmt = {2, 2};
+    o.is_rm = true;
+    known = add_operand(o);
+  }
+  return known;
+}
+
+int Problem::add_def(Def d, IEEEFloat::format fmt) {
+  auto const key = std::make_tuple(d.op, d.rm, d.args, d.cond, fmt.eb, fmt.sb);
+  if (auto it = def_index_.find(key); it != def_index_.end()) return it->second;
+  int const v = add_var("@t" + std::to_string(defs.size()), false, fmt);
+  vars[v].def = static_cast<int>(defs.size());
+  d.var = v;
+  defs.push_back(std::move(d));
+  Operand o;
+  o.var = v;
+  o.fmt = fmt;
+  int const operand = add_operand(o);
+  def_index_.emplace(key, operand);
+  return operand;
+}
+
+IEEEFloat rm_value(IEEEFloat::rounding_mode rm) {
+  if (rm > IEEEFloat::rm_toward_zero) throw std::invalid_argument("invalid rounding mode");
+  return qorv::from_packed_rank128(static_cast<qorv::Rank128>(rm), {2, 2});
+}
+
+IEEEFloat::rounding_mode rm_of_value(IEEEFloat const& v) {
+  qorv::Rank128 const r = qorv::packed_rank128(v);
+  assert(r >= 0 && r <= 4 && "a rounding mode is one of the five values");
+  return static_cast<IEEEFloat::rounding_mode>(static_cast<int>(r));
 }
 
 IEEEFloat canonical(IEEEFloat const& v) {

@@ -3,9 +3,18 @@
 // language: a front end (the SMT-LIB elaboration) builds it through the add_*
 // members, which keep the indices consistent.
 //
-// Every floating-point term of the fragment is an Operand: a constant, or a
-// variable seen through at most one fp.abs and one fp.neg (in that order), so
-// fp.neg and fp.abs never create search terms of their own.  Boolean
+// Every floating-point term is an Operand: a constant, or a variable seen
+// through at most one fp.abs and one fp.neg (in that order), so fp.neg and
+// fp.abs never create search terms of their own.  Every other operation
+// (arithmetic, conversion, ite over floating point) is a Def: its result is
+// a variable of its own (`Var::def`), so every term has its own interval in
+// the search.  Defs only refer to operands built before them, so the order of
+// `defs` is a topological order.
+//
+// A rounding mode is an operand of the format (2, 2) whose value is the
+// positive value of rank 0..4 (the mode's number, rm_nearest_even first):
+// constants are such values, a rounding-mode variable is a variable of that
+// format that the search keeps within those five ranks.  Boolean
 // structure and atoms are Nodes; chains (fp.leq a b c), n-ary = and distinct
 // are expanded into binary atoms under `and` when they are built.
 //
@@ -26,7 +35,9 @@
 #include "host/terms.h"
 
 #include <cstdint>
+#include <map>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace fpsolve {
@@ -36,8 +47,10 @@ using qorv::IEEEFloat;
 struct Var {
   std::string name;
   bool is_bool = false;
-  IEEEFloat::format fmt{2, 2}; // (2, 2) for Booleans
+  bool is_rm = false;          // a rounding-mode variable
+  IEEEFloat::format fmt{2, 2}; // (2, 2) for Booleans and rounding modes
   qorv::Term const* term = nullptr;
+  int def = -1; // the Def whose result this is, or -1 for an input variable
 };
 
 struct Operand {
@@ -46,6 +59,33 @@ struct Operand {
   bool neg = false;
   IEEEFloat constant; // constants only; NaN is always the quiet NaN
   IEEEFloat::format fmt;
+  bool is_rm = false; // a rounding mode (format (2, 2), ranks 0..4)
+};
+
+// Operations whose result is a term of its own.  The SMT-LIB semantics hold
+// (host/fp_arith.h, host/fp_convert.h); min and max of +0 and -0 are a choice
+// of the solver's that is the same for the same operand values.
+enum class FpOp : std::uint8_t {
+  add,
+  sub,
+  mul,
+  div,
+  fma,
+  sqrt,
+  rem,
+  round_to_integral,
+  min,
+  max,
+  convert, // to_fp of a floating-point term, to the result's format
+  ite      // cond ? args[0] : args[1]
+};
+
+struct Def {
+  FpOp op = FpOp::add;
+  int rm = -1; // the rounding-mode operand, or -1 for operations without one
+  std::vector<int> args;
+  int cond = -1; // ite only: the Boolean node
+  int var = -1;  // the variable holding the result
 };
 
 enum class Op : std::uint8_t {
@@ -85,11 +125,21 @@ public:
   // A new variable with its own term of the term manager; Booleans get the
   // format (2, 2) whatever `fmt` says.  Returns its index.
   int add_var(std::string const& name, bool is_bool, IEEEFloat::format fmt);
-  // A constant operand; a NaN is stored as the quiet NaN.  Returns its index.
+  // A constant operand; a NaN is stored as the quiet NaN.  Returns its index
+  // (the same index for the same value).
   int add_constant(IEEEFloat const& v);
   // An operand viewing a variable (o.var >= 0).  Returns its index.
   int add_operand(Operand const& o);
   int add_node(Op op, int a = -1, int b = -1, std::vector<int> kids = {});
+  // A rounding-mode variable (a variable of format (2, 2)); returns the
+  // operand viewing it.
+  int add_rm_var(std::string const& name);
+  // The rounding-mode constant rm as an operand.
+  int add_rm_constant(IEEEFloat::rounding_mode rm);
+  // A term of its own for d (d.var is set here) with result format fmt;
+  // returns the operand viewing its result variable.  The same operation on
+  // the same operands returns the operand of the first one.
+  int add_def(Def d, IEEEFloat::format fmt);
   int true_node() const { return true_; }
   int false_node() const { return false_; }
 
@@ -97,14 +147,24 @@ public:
   std::vector<Var> vars;
   std::vector<Operand> operands;
   std::vector<Node> nodes;
+  std::vector<Def> defs;
   std::vector<int> assertions; // root nodes
   std::vector<int> declared;   // variables in scope, in declaration order
 
 private:
   int true_ = -1, false_ = -1;
+  std::map<std::tuple<FpOp, int, std::vector<int>, int, std::uint64_t, std::uint64_t>, int>
+      def_index_;
+  std::map<std::string, int> constant_index_; // constants by their bits, so equal ones share
+  int rm_constant_[5] = {-1, -1, -1, -1, -1};
 };
 
 // The quiet NaN when v is a NaN, v otherwise: the one NaN of the problem.
 IEEEFloat canonical(IEEEFloat const& v);
+
+// A rounding mode as the value of format (2, 2) that stands for it, and back
+// (the value must be one of the five).
+IEEEFloat rm_value(IEEEFloat::rounding_mode rm);
+IEEEFloat::rounding_mode rm_of_value(IEEEFloat const& v);
 
 } // namespace fpsolve

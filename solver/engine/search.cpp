@@ -3,6 +3,8 @@
 // the rank type and instantiated for 128-bit and GMP ranks.
 #include "engine/search.h"
 
+#include "engine/apply.h"
+
 #include "engine/solver.h"
 
 #include "host/pick_mid.h"
@@ -16,44 +18,109 @@ template <class R>
 void Solver<R>::setup() {
   roots_ = p_.assertions;
   std::size_t const nv = p_.vars.size();
+  int const nr = static_cast<int>(roots_.size());
   watchers_.assign(nv, {});
   relevant_.assign(nv, 0);
-  // Variables of each root, once per root.
+  auto watch = [&](int v, int entry) {
+    if (watchers_[v].empty() || watchers_[v].back() != entry) watchers_[v].push_back(entry);
+  };
+  std::vector<int> work; // relevant variables whose Def is still to be visited
+  auto mark = [&](int v) {
+    if (relevant_[v]) return;
+    relevant_[v] = 1;
+    work.push_back(v);
+  };
+  // The variables that occur directly in the atoms under a node (not
+  // through Defs), each reported to f.
   std::vector<int> seen(p_.nodes.size(), -1);
-  for (std::size_t r = 0; r < roots_.size(); ++r) {
-    std::vector<int> todo{roots_[r]};
-    auto touch = [&](int v) {
-      if (!watchers_[v].empty() && watchers_[v].back() == static_cast<int>(r)) return;
-      watchers_[v].push_back(static_cast<int>(r));
-      relevant_[v] = 1;
-    };
+  int stamp = 0;
+  auto node_vars = [&](int root, auto const& f) {
+    ++stamp;
+    std::vector<int> todo{root};
     while (!todo.empty()) {
       int n = todo.back();
       todo.pop_back();
-      if (seen[n] == static_cast<int>(r)) continue;
-      seen[n] = static_cast<int>(r);
+      if (seen[n] == stamp) continue;
+      seen[n] = stamp;
       Node const& nd = p_.nodes[n];
       if (nd.op == Op::bvar)
-        touch(nd.a);
+        f(nd.a);
       else if (nd.op >= Op::leq) {
-        if (p_.operands[nd.a].var >= 0) touch(p_.operands[nd.a].var);
-        if (nd.b >= 0 && p_.operands[nd.b].var >= 0) touch(p_.operands[nd.b].var);
+        if (p_.operands[nd.a].var >= 0) f(p_.operands[nd.a].var);
+        if (nd.b >= 0 && p_.operands[nd.b].var >= 0) f(p_.operands[nd.b].var);
       }
       for (int k : nd.kids)
         todo.push_back(k);
     }
+  };
+  for (int r = 0; r < nr; ++r)
+    node_vars(roots_[r], [&](int v) {
+      watch(v, r);
+      mark(v);
+    });
+  while (!work.empty()) {
+    int const v = work.back();
+    work.pop_back();
+    int const d = p_.vars[v].def;
+    if (d < 0) continue;
+    Def const& df = p_.defs[d];
+    int const entry = nr + d;
+    watch(v, entry);
+    auto use = [&](int u) {
+      watch(u, entry);
+      mark(u);
+    };
+    for (int o : df.args)
+      if (p_.operands[o].var >= 0) use(p_.operands[o].var);
+    if (df.rm >= 0 && p_.operands[df.rm].var >= 0) use(p_.operands[df.rm].var);
+    if (df.cond >= 0) node_vars(df.cond, use);
   }
-  // Booleans first, so the Boolean structure is settled before values.
-  for (int pass = 0; pass < 2; ++pass)
-    for (std::size_t v = 0; v < nv; ++v)
-      if (relevant_[v] && p_.vars[v].is_bool == (pass == 0)) {
-        manager_.terms.push_back(p_.vars[v].term);
-        var_of_term_[p_.vars[v].term] = static_cast<int>(v);
+  // Inputs first (Booleans, rounding modes, then floating point), so that
+  // the Boolean structure is settled before values; the Defs' variables form
+  // the second segment, decided only when every input is a single value
+  // (then only unspecified results are left to choose).
+  for (int pass = 0; pass < 4; ++pass) {
+    if (pass == 3) manager_.split = manager_.terms.size();
+    for (std::size_t v = 0; v < nv; ++v) {
+      Var const& var = p_.vars[v];
+      int const kind = var.def >= 0 ? 3 : var.is_bool ? 0 : var.is_rm ? 1 : 2;
+      if (relevant_[v] && kind == pass) {
+        manager_.terms.push_back(var.term);
+        var_of_term_[var.term] = static_cast<int>(v);
       }
-  manager_.split = manager_.terms.size();
-  queued_.assign(roots_.size(), 1);
-  for (std::size_t r = 0; r < roots_.size(); ++r)
-    queue_.push_back(static_cast<int>(r));
+    }
+  }
+  // Defs first, in their topological order, so the first round carries
+  // values forward before the roots are looked at.
+  queued_.assign(roots_.size() + p_.defs.size(), 0);
+  for (std::size_t d = 0; d < p_.defs.size(); ++d)
+    if (relevant_[p_.defs[d].var]) {
+      queued_[nr + d] = 1;
+      queue_.push_back(nr + static_cast<int>(d));
+    }
+  for (int r = 0; r < nr; ++r) {
+    queued_[r] = 1;
+    queue_.push_back(r);
+  }
+  // Rounding-mode variables range over the five modes.
+  for (std::size_t v = 0; v < nv; ++v)
+    if (relevant_[v] && p_.vars[v].is_rm) narrow(static_cast<int>(v), R(0), R(4));
+}
+
+template <class R>
+void Solver<R>::enqueue_all() {
+  lost_ = false;
+  int const nr = static_cast<int>(roots_.size());
+  for (std::size_t d = 0; d < p_.defs.size(); ++d)
+    if (relevant_[p_.defs[d].var] && !queued_[nr + d]) {
+      queued_[nr + d] = 1;
+      queue_.push_back(nr + static_cast<int>(d));
+    }
+  for (int r = 0; r < nr; ++r)
+    if (!queued_[r]) {
+      queued_[r] = 1;
+      queue_.push_back(r);
+    }
 }
 
 template <class R>
@@ -311,6 +378,142 @@ bool Solver<R>::prop(int n, bool want) {
   }
 }
 
+template <class R>
+bool Solver<R>::restrict_var(int v, Set<R> const& t) {
+  R const nan = ev_.format_of_var(v).nan;
+  if (t.has_num()) return narrow(v, t.nan ? nan : t.lo, t.hi);
+  return t.nan && narrow(v, nan, nan);
+}
+
+// The values of operand i that can still yield a result in z: its ends are
+// cut while the forward projection of the cut part (the other operands as
+// they are) misses z.  Each cut rests on one projection that misses, so it
+// is as sound as the projection, whatever the shape of the operation; the
+// binary search only decides where to look.
+template <class R>
+Set<R> Solver<R>::shave(FpOp op, std::vector<Bounds<R>> a, std::size_t i, unsigned modes,
+                        FormatRanks<R> const& rf, IEEEFloat::format fmt, Set<R> const& z,
+                        bool same) const {
+  auto misses = [&](Set<R> part) {
+    a[i].s = part;
+    if (same) a[1 - i].s = part; // one term: the part is the only choice for both
+    Set<R> const pr = project(op, a, modes, rf, fmt, same);
+    return !((pr.nan && z.nan) || (pr.has_num() && z.has_num() && pr.lo <= z.hi && z.lo <= pr.hi));
+  };
+  Set<R> s = a[i].s;
+  if (s.nan && misses(Set<R>{true, R(1), R(0)})) s.nan = false;
+  if (!s.has_num()) return s;
+  if (misses(Set<R>{false, s.lo, s.hi})) return Set<R>{s.nan, R(1), R(0)};
+  if (misses(Set<R>{false, s.lo, s.lo})) { // [s.lo, bad] has no candidate
+    R bad = s.lo, good = s.hi;
+    while (R(good - bad) > 1) {
+      R const mid = bad + R(good - bad) / 2;
+      if (misses(Set<R>{false, s.lo, mid}))
+        bad = mid;
+      else
+        good = mid;
+    }
+    s.lo = bad + 1;
+  }
+  if (misses(Set<R>{false, s.hi, s.hi})) { // [bad, s.hi] has no candidate
+    R bad = s.hi, good = s.lo;
+    while (R(bad - good) > 1) {
+      R const mid = good + R(bad - good) / 2;
+      if (misses(Set<R>{false, mid, s.hi}))
+        bad = mid;
+      else
+        good = mid;
+    }
+    s.hi = bad - 1;
+  }
+  return s;
+}
+
+// Two operands that are the same view of one variable.
+template <class R>
+bool Solver<R>::same_term(int x, int y) const {
+  Operand const &a = p_.operands[x], &b = p_.operands[y];
+  return a.var >= 0 && a.var == b.var && a.abs == b.abs && a.neg == b.neg;
+}
+
+template <class R>
+unsigned Solver<R>::rm_modes(int o) const {
+  Operand const& op = p_.operands[o];
+  R lo, hi;
+  if (op.var < 0) {
+    lo = hi = ev_.const_rank[o];
+  } else {
+    lo = ev_.cur[op.var].lo;
+    hi = ev_.cur[op.var].hi;
+  }
+  unsigned modes = 0;
+  for (int m = 0; m < 5; ++m)
+    if (lo <= R(m) && R(m) <= hi) modes |= 1u << m;
+  return modes;
+}
+
+// Forward: the Def's variable is narrowed to the projection of its
+// operands.  Backward, only steps that hold exactly: the chosen branch of an
+// ite equals its result, and a result that cannot be NaN has no NaN operand
+// (every operation but min and max turns a NaN operand into NaN).
+template <class R>
+bool Solver<R>::prop_def(int d) {
+  Def const& df = p_.defs[d];
+  int const v = df.var;
+  FormatRanks<R> const& rf = ev_.format_of_var(v);
+  auto result_set = [&]() {
+    Iv const& c = ev_.cur[v];
+    return Set<R>{c.lo == rf.nan, mx(c.lo, R(rf.nan + 1)), c.hi};
+  };
+  if (df.op == FpOp::ite) {
+    L const c = ev_.eval(df.cond);
+    if (c != L::U) {
+      int const branch = df.args[c == L::T ? 0 : 1];
+      return restrict_var(v, ev_.img(branch)) && restrict_to(branch, result_set());
+    }
+    Set<R> a = ev_.img(df.args[0]);
+    Set<R> const b = ev_.img(df.args[1]);
+    a.nan = a.nan || b.nan;
+    if (!a.has_num()) {
+      a.lo = b.lo;
+      a.hi = b.hi;
+    } else if (b.has_num()) {
+      a.lo = mn(a.lo, b.lo);
+      a.hi = mx(a.hi, b.hi);
+    }
+    return restrict_var(v, a);
+  }
+  std::vector<Bounds<R>> a;
+  a.reserve(df.args.size());
+  for (int o : df.args)
+    a.push_back(Bounds<R>{ev_.img(o), &ev_.format_of_operand(o), p_.operands[o].fmt});
+  unsigned const modes = df.rm >= 0 ? rm_modes(df.rm) : 1u;
+  if (modes == 0) return false;
+  IEEEFloat::format const fmt = p_.vars[v].fmt;
+  bool const same = df.args.size() == 2 && same_term(df.args[0], df.args[1]);
+  Set<R> const forward = project(df.op, a, modes, rf, fmt, same);
+  if (!restrict_var(v, forward)) return false;
+  // Backward: where the result's interval is narrower than the forward
+  // projection, shave each operand's ends (see shave).
+  Set<R> const z = result_set();
+  bool const narrower = (forward.nan && !z.nan) || forward.lo < z.lo || z.hi < forward.hi;
+  if (narrower && df.op != FpOp::rem && df.op != FpOp::min && df.op != FpOp::max)
+    for (std::size_t i = 0; i < a.size(); ++i) {
+      if (p_.operands[df.args[i]].var < 0) continue;
+      Set<R> const s = shave(df.op, a, i, modes, rf, fmt, z, same);
+      if (!restrict_to(df.args[i], s)) return false;
+      a[i].s = ev_.img(df.args[i]);
+    }
+  if (df.op != FpOp::min && df.op != FpOp::max && ev_.cur[v].lo > rf.nan)
+    for (int o : df.args) {
+      Set<R> s = ev_.img(o);
+      if (!s.nan) continue;
+      s.nan = false;
+      if (!restrict_to(o, s)) return false;
+    }
+  return true;
+}
+
 // A cycle of forced comparisons with a strict step (x < y <= ... <= x) is a
 // contradiction that bound propagation would only discover one value at a
 // time; it is found here instead.  Nodes are the views x, -x, |x|, -|x| of
@@ -369,7 +572,7 @@ template <class R>
 typename Solver<R>::Round Solver<R>::propagate() {
   edges_.clear();
   std::size_t work = 0;
-  std::size_t const budget = 32 * roots_.size() + 1000;
+  std::size_t const budget = 32 * queued_.size() + 1000;
   Round outcome = Round::fixpoint;
   while (!queue_.empty()) {
     int r = queue_.front();
@@ -377,11 +580,19 @@ typename Solver<R>::Round Solver<R>::propagate() {
     queued_[r] = 0;
     // Past the budget, propagation is creeping: leave the rest to the
     // decisions, which halve intervals instead of shaving single values.
-    if (++work > budget)
-      outcome = Round::stalled;
-    else if (!prop(roots_[r], true))
+    // The entries left stay queued for the next round; a conflict drops
+    // them, and the next backtrack queues every entry again (lost_).
+    // Past the time limit, the round stops too; the caller then answers
+    // unknown.
+    if (++work > budget || (work % 64 == 0 && out_of_resources())) {
+      queue_.push_front(r);
+      queued_[r] = 1;
+      lost_ = true;
+      return Round::stalled;
+    }
+    if (r < static_cast<int>(roots_.size()) ? !prop(roots_[r], true)
+                                            : !prop_def(r - static_cast<int>(roots_.size()))) {
       outcome = Round::conflict;
-    if (outcome != Round::fixpoint) {
       for (int q : queue_)
         queued_[q] = 0;
       queue_.clear();
@@ -442,6 +653,8 @@ std::vector<IEEEFloat> Solver<R>::model() const {
     R pick;
     if (p_.vars[v].is_bool)
       pick = relevant_[v] && iv.hi > f.nan ? R(f.nan + 1) : f.nan; // true when possible
+    else if (p_.vars[v].is_rm)
+      pick = relevant_[v] ? iv.lo : R(0);
     else if (iv.lo <= 0 && 0 <= iv.hi)
       pick = 0;
     else
@@ -449,6 +662,21 @@ std::vector<IEEEFloat> Solver<R>::model() const {
     m.push_back(value_of(pick, p_.vars[v].fmt));
   }
   return m;
+}
+
+template <class R>
+bool Solver<R>::try_candidate(std::vector<IEEEFloat>* out) const {
+  *out = model();
+  if (p_.defs.empty()) return true; // evaluation over the intervals was exact enough
+  std::string why;
+  return verify_model(p_, *out, &why, &relevant_);
+}
+
+template <class R>
+bool Solver<R>::all_single() const {
+  for (std::size_t v = 0; v < p_.vars.size(); ++v)
+    if (relevant_[v] && !(ev_.cur[v].lo == ev_.cur[v].hi)) return false;
+  return true;
 }
 
 template <class R>
@@ -471,13 +699,35 @@ Result Solver<R>::run() {
   for (;;) {
     if (opt_.check) check_invariants();
     if (ok) {
-      L s = eval_all();
-      if (s == L::T) {
-        res.answer = Answer::sat;
-        res.model = model();
-        break;
+      L const s = eval_all();
+      if (s == L::T || (s == L::U && !p_.defs.empty())) {
+        // The picked inputs with every term computed exactly: sat when they
+        // satisfy the assertions.  With every value single, a failure can
+        // only come from two unspecified results that chose differently for
+        // the same operands (a conflict), or from an unsound step, which
+        // the caller's own check of the model reports.
+        std::vector<IEEEFloat> m;
+        if (try_candidate(&m)) {
+          res.answer = Answer::sat;
+          res.model = std::move(m);
+          break;
+        }
+        if (s == L::T && all_single()) {
+          std::vector<IEEEFloat> searched = model();
+          // A term whose single value is not its exact value (propagation
+          // stalled before it) or an unspecified choice that differs for
+          // equal operands: this box holds no model.  Nothing changed: the
+          // evaluation disagrees with the exact check, which the caller's
+          // check of the model reports.
+          if (!complete_model(p_, searched, nullptr, &relevant_)) {
+            res.answer = Answer::sat;
+            res.model = model();
+            break;
+          }
+          ok = false;
+        }
       }
-      ok = s != L::F;
+      ok = ok && s != L::F;
     }
     if (!ok) {
       ++stats_.backtracks;
@@ -493,6 +743,7 @@ Result Solver<R>::run() {
       lv.flipped = true;
       IEEEFloat other = lv.flag ? qorv::next_below(lv.value) : qorv::next_above(lv.value);
       auto* e = domain_.new_FpBoundElement(!lv.flag, p_.vars[lv.var].term, other);
+      if (lost_) enqueue_all();
       ok = assert_element(e, lv.var) && deduce();
       continue;
     }
@@ -553,7 +804,9 @@ Result solve(Problem& p, Options const& options) {
   return Solver<mpz_class>(p, options).run();
 }
 
-bool eval_bool(Problem const& p, std::vector<IEEEFloat> const& model, int node) {
+bool eval_bool(Problem const& p, std::vector<IEEEFloat> const& given, int node) {
+  std::vector<IEEEFloat> model = given;
+  complete_model(p, model);
   Evaluator<mpz_class> ev(p);
   load_model(ev, model);
   L v = ev.eval(node);
@@ -561,12 +814,10 @@ bool eval_bool(Problem const& p, std::vector<IEEEFloat> const& model, int node) 
   return v == L::T;
 }
 
-IEEEFloat eval_fp(Problem const& p, std::vector<IEEEFloat> const& model, int operand) {
-  Evaluator<mpz_class> ev(p);
-  load_model(ev, model);
-  Set<mpz_class> s = ev.img(operand);
-  IEEEFloat::format f = p.operands[operand].fmt;
-  return s.nan ? value_of(ev.format_of_operand(operand).nan, f) : value_of(s.lo, f);
+IEEEFloat eval_fp(Problem const& p, std::vector<IEEEFloat> const& given, int operand) {
+  std::vector<IEEEFloat> model = given;
+  complete_model(p, model);
+  return operand_value(p, model, operand);
 }
 
 } // namespace fpsolve

@@ -1,15 +1,25 @@
 // The search: sat, unsat or unknown for the assertions of a Problem.
 //
-// Every term has an interval on the host's bounds trail.  Three-valued
-// evaluation of the assertions over the intervals prunes; unit propagation
-// through the Boolean structure narrows intervals by the atoms it forces;
-// decisions come only from FpIntervalDecisionHeuristic::decide() and are
-// asserted on the trail.  On a conflict the search undoes the trail to the
-// newest untried decision and asserts its complement (a lower bound at m
-// becomes an upper bound at the value just below m, and the other way
-// round).  Every decision and every complement strictly shrinks a finite
-// interval, so the search ends; when it answers sat, every assertion is true
-// for every value left in the intervals, so any choice from them is a model.
+// Every term has an interval on the host's bounds trail: inputs, and the
+// result of every operation (a Def).  Three-valued evaluation of the
+// assertions over the intervals prunes; unit propagation through the
+// Boolean structure narrows intervals by the atoms it forces; each Def
+// narrows its result forward from its operands (engine/projection.h) and its
+// operands backward by shaving their ends with the same projection.
+// Decisions come only from FpIntervalDecisionHeuristic::decide() (inputs
+// first, terms' results second) and are asserted on the trail.  On a
+// conflict the search undoes the trail to the newest untried decision and
+// asserts its complement (a lower bound at m becomes an upper bound at the
+// value just below m, and the other way round).  Every decision and every
+// complement strictly shrinks a finite interval, so the search ends.
+//
+// sat needs a model that the exact evaluation confirms: whenever the
+// assertions are not false over the intervals, the inputs are picked from
+// their intervals, every term is computed exactly (engine/apply.h), and the
+// assertions are evaluated on those values.  With every interval a single
+// value, a term whose value differs from its exact value (or an unspecified
+// result chosen two ways for equal operands) is a conflict.  So answers are
+// sound and the search complete; `unknown` comes only from the limits.
 //
 // Deterministic: the heuristic's generator is seeded, and nothing depends on
 // addresses or hash order that varies between runs.
@@ -43,13 +53,16 @@ enum class Answer { sat, unsat, unknown };
 
 struct Result {
   Answer answer = Answer::unknown;
-  std::vector<IEEEFloat> model; // one value per variable; Booleans: true when not NaN
+  // One value per variable; Booleans: true when not NaN; rounding modes
+  // as rm_value.  The values of terms (Def variables) are their exact values.
+  std::vector<IEEEFloat> model;
   Stats stats;
 };
 
 Result solve(Problem& p, Options const& options);
 
-// Exact values under a model (every variable one value).
+// Exact values under a model (every input variable one value; the values
+// of terms are computed, see complete_model).
 bool eval_bool(Problem const& p, std::vector<IEEEFloat> const& model, int node);
 IEEEFloat eval_fp(Problem const& p, std::vector<IEEEFloat> const& model, int operand);
 

@@ -14,6 +14,7 @@
 #pragma once
 
 #include "engine/evaluator.h"
+#include "engine/projection.h"
 #include "engine/search.h"
 
 #include "fp/interval_heuristics.h"
@@ -62,6 +63,18 @@ private:
   // conflict.
   bool deduce();
   bool prop(int n, bool want);
+  // Forward projection of a Def onto its variable, and the backward steps
+  // that are sound (see search.cpp).
+  bool prop_def(int d);
+  unsigned rm_modes(int o) const;
+  Set<R> shave(FpOp op, std::vector<Bounds<R>> a, std::size_t i, unsigned modes,
+               FormatRanks<R> const& rf, IEEEFloat::format fmt, Set<R> const& z, bool same) const;
+  bool same_term(int x, int y) const;
+  bool restrict_var(int v, Set<R> const& t);
+  // sat when the picked inputs, with every Def computed exactly, satisfy
+  // every assertion; the model is left in `out`.
+  bool try_candidate(std::vector<IEEEFloat>* out) const;
+  bool all_single() const;
   bool atom_prop(Node const& nd, bool want);
   bool restrict_to(int o, Set<R> t);
   bool narrow(int v, R lo, R hi);
@@ -73,6 +86,7 @@ private:
   bool assert_element(qorv::FpBoundElement* e, int v);
   void backtrack_to(std::size_t length);
   void enqueue_watchers(int v);
+  void enqueue_all();
   void note_edge(int from, int to, bool strict) { edges_.push_back(Edge{from, to, strict}); }
   bool strict_cycle() const;
   L eval_all() const;
@@ -91,10 +105,13 @@ private:
   qorv::fp::FpIntervalChoiceHeuristic choice_;
   qorv::hsh::HashMap<qorv::Term const*, int> var_of_term_;
   std::vector<int> roots_;
-  std::vector<std::vector<int>> watchers_; // per variable: the roots it occurs in
+  // Propagation entries: roots 0 .. roots_.size()-1, then Def d at
+  // roots_.size() + d.
+  std::vector<std::vector<int>> watchers_; // per variable: the entries it occurs in
   std::vector<char> relevant_;
   std::deque<int> queue_;
   std::vector<char> queued_;
+  bool lost_ = false; // a stalled round left entries that a conflict dropped
   std::vector<Edge> edges_;
   std::vector<Level> levels_;
   Stats stats_;

@@ -4,6 +4,12 @@
 
 #include "smtlib/elaborate.h"
 
+#include "engine/apply.h"
+
+#include "host/fp_arith.h"
+
+#include <iostream>
+
 #include <iomanip>
 #include <memory>
 
@@ -42,10 +48,18 @@ std::size_t levels_of(SExpr const& cmd) {
   return std::stoul(cmd.items[1].atom.text);
 }
 
+std::string rm_text(IEEEFloat const& v) {
+  return std::string(qorv::swflt::rounding_mode_name(rm_of_value(v)));
+}
+
 std::string value_text(Problem const& p, std::vector<IEEEFloat> const& model, Value v) {
   if (v.is_bool) return eval_bool(p, model, v.index) ? "true" : "false";
+  if (v.is_rm) return rm_text(eval_fp(p, model, v.index));
   return eval_fp(p, model, v.index).to_str();
 }
+
+// A sat answer whose model fails the exact check: never printed.
+struct ModelBug {};
 
 class Session {
 public:
@@ -109,9 +123,8 @@ bool Session::command(SExpr const& cmd) {
     expect_no_params(it[2], "declare-fun");
     el_.declare(symbol_of(it[1], "the function"), it[3], it[1]);
   } else if (name == "define-fun") {
-    expect_arity(cmd, 5, "(define-fun name () sort term)");
-    expect_no_params(it[2], "define-fun");
-    el_.define(symbol_of(it[1], "the function"), it[3], it[4], it[1]);
+    expect_arity(cmd, 5, "(define-fun name ((param sort)*) sort term)");
+    el_.define_fun(symbol_of(it[1], "the function"), it[2], it[3], it[4], it[1]);
   } else if (name == "define-sort") {
     expect_arity(cmd, 4, "(define-sort name () sort)");
     expect_no_params(it[2], "define-sort");
@@ -124,6 +137,9 @@ bool Session::command(SExpr const& cmd) {
   } else if (name == "pop") {
     el_.pop(levels_of(cmd), cmd);
   } else {
+    if (name == "declare-sort" || name == "define-funs-rec" || name == "define-fun-rec" ||
+        name == "declare-datatypes" || name == "check-sat-assuming")
+      throw SmtError(it[0].pos, "unsupported command '" + name + "' (outside QF_FP)");
     throw SmtError(it[0].pos,
                    "unknown command '" + name +
                        "'; expected set-logic, set-info, set-option, "
@@ -137,6 +153,18 @@ void Session::check_sat() {
   Result r = solve(p_, opt_.search);
   have_model_ = r.answer == Answer::sat;
   model_ = std::move(r.model);
+  if (have_model_) {
+    // Every sat is checked: the model, with every term computed exactly by
+    // the host's arithmetic, must make every assertion true.
+    std::string why;
+    if (!verify_model(p_, model_, &why)) {
+      std::cerr << "fpsolve: internal error, please report: the search answered sat but " << why
+                << "\n";
+      for (int v : p_.declared)
+        std::cerr << "  " << p_.vars[v].name << " = " << model_[v].to_str() << "\n";
+      throw ModelBug{};
+    }
+  }
   out_ << (r.answer == Answer::sat     ? "sat"
            : r.answer == Answer::unsat ? "unsat"
                                        : "unknown")
@@ -160,6 +188,8 @@ void Session::get_model(SExpr const& cmd) {
          << " () ";
     if (var.is_bool)
       out_ << "Bool " << (model_[v].is_nan() ? "false" : "true");
+    else if (var.is_rm)
+      out_ << "RoundingMode " << rm_text(model_[v]);
     else
       out_ << "(_ FloatingPoint " << var.fmt.eb << " " << var.fmt.sb << ") " << model_[v].to_str();
     out_ << ")\n";
@@ -188,6 +218,8 @@ int run_script(std::istream& in, std::ostream& out, DriverOptions const& options
   try {
     while (std::unique_ptr<SExpr> cmd = reader.next())
       if (!session.command(*cmd)) break;
+  } catch (ModelBug const&) {
+    return 3;
   } catch (SmtError const& e) {
     out << "(error " << quoted(e.what()) << ")\n";
     return 1;

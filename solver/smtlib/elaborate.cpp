@@ -5,8 +5,13 @@
 
 #include "smtlib/literals.h"
 
+#include "engine/apply.h"
+
+#include "host/fp_convert.h"
+
 #include <gmpxx.h>
 #include <stdexcept>
+#include <utility>
 
 namespace fpsolve {
 
@@ -118,13 +123,15 @@ void Elaborator::bind(std::string const& name, Binding b, SExpr const& where) {
 
 void Elaborator::declare(std::string const& name, SExpr const& sort_e, SExpr const& where) {
   Sort s = parse_sort(sort_e);
-  if (s.is_rm)
-    throw SmtError(
-        sort_e.pos,
-        "unsupported sort RoundingMode for a constant; expected Bool or a floating-point sort");
   if (lookup(name)) throw SmtError(where.pos, "name '" + name + "' is already declared");
-  int const idx = p_.add_var(name, s.is_bool, s.fmt);
   Binding b;
+  if (s.is_rm) {
+    b.value = {false, p_.add_rm_var(name), true};
+    bind(name, b, where);
+    p_.declared.push_back(p_.operands[b.value.index].var);
+    return;
+  }
+  int const idx = p_.add_var(name, s.is_bool, s.fmt);
   if (s.is_bool) {
     b.value = {true, p_.add_node(Op::bvar, idx)};
   } else {
@@ -141,12 +148,124 @@ void Elaborator::define(std::string const& name, SExpr const& sort_e, SExpr cons
                         SExpr const& where) {
   Sort s = parse_sort(sort_e);
   Value v = elaborate(body);
-  if (s.is_rm || v.is_bool != s.is_bool || (!s.is_bool && !(p_.operands[v.index].fmt == s.fmt)))
+  if (!has_sort(v, s))
     throw SmtError(body.pos, "wrong sort: the body of '" + name + "' is " + sort_text(v) +
                                  ", expected the declared sort");
   Binding b;
   b.value = v;
   bind(name, b, where);
+}
+
+bool Elaborator::has_sort(Value v, Sort const& s) const {
+  if (v.is_bool || s.is_bool) return v.is_bool == s.is_bool;
+  if (v.is_rm || s.is_rm) return v.is_rm == s.is_rm;
+  return p_.operands[v.index].fmt == s.fmt;
+}
+
+void Elaborator::define_fun(std::string const& name, SExpr const& params, SExpr const& sort_e,
+                            SExpr const& body, SExpr const& where) {
+  if (!params.is_list) throw SmtError(params.pos, "expected a parameter list (name sort)*");
+  if (params.items.empty()) return define(name, sort_e, body, where);
+  auto m = std::make_shared<Macro>();
+  for (SExpr const& prm : params.items) {
+    if (!prm.is_list || prm.items.size() != 2 || prm.items[0].is_list ||
+        prm.items[0].atom.kind != Tok::symbol)
+      throw SmtError(prm.pos, "expected a parameter (name sort)");
+    m->params.emplace_back(prm.items[0].atom.text, parse_sort(prm.items[1]));
+  }
+  m->result = parse_sort(sort_e);
+  m->body = body;
+  // Elaborate once with placeholder inputs of the parameters' sorts, so that
+  // a body in error is reported at the definition.  The placeholders and
+  // what is built on them occur in no assertion, so the search never sees
+  // them.
+  {
+    std::vector<std::pair<std::string, Value>> locals;
+    for (auto const& [pname, ps] : m->params) {
+      std::string const placeholder = "@" + name + "." + pname;
+      Value pv;
+      if (ps.is_bool)
+        pv = {true, p_.add_node(Op::bvar, p_.add_var(placeholder, true, ps.fmt))};
+      else if (ps.is_rm)
+        pv = {false, p_.add_rm_var(placeholder), true};
+      else {
+        Operand o;
+        o.var = p_.add_var(placeholder, false, ps.fmt);
+        o.fmt = ps.fmt;
+        pv = {false, p_.add_operand(o)};
+      }
+      locals.emplace_back(pname, pv);
+    }
+    std::swap(locals, locals_); // the body sees the parameters only
+    Value v;
+    try {
+      v = elaborate(body);
+    } catch (...) {
+      std::swap(locals, locals_);
+      throw;
+    }
+    std::swap(locals, locals_);
+    if (!has_sort(v, m->result))
+      throw SmtError(body.pos, "wrong sort: the body of '" + name + "' is " + sort_text(v) +
+                                   ", expected the declared sort");
+  }
+  Binding b;
+  b.macro = std::move(m);
+  bind(name, b, where);
+}
+
+Value Elaborator::apply_macro(Macro const& m, SExpr const& e) {
+  std::string const& name = e.items[0].atom.text;
+  if (e.items.size() - 1 != m.params.size())
+    throw SmtError(e.pos, "'" + name + "' expects " + std::to_string(m.params.size()) +
+                              " arguments, found " + std::to_string(e.items.size() - 1));
+  std::vector<std::pair<std::string, Value>> locals;
+  for (std::size_t i = 0; i < m.params.size(); ++i) {
+    Value v = elaborate(e.items[i + 1]);
+    if (!has_sort(v, m.params[i].second))
+      throw SmtError(e.items[i + 1].pos, "wrong sort: argument " + std::to_string(i + 1) + " of '" +
+                                             name + "' is " + sort_text(v));
+    locals.emplace_back(m.params[i].first, v);
+  }
+  std::swap(locals, locals_); // the body sees the parameters only
+  try {
+    Value v = elaborate(m.body);
+    std::swap(locals, locals_);
+    return v;
+  } catch (...) {
+    std::swap(locals, locals_);
+    throw;
+  }
+}
+
+Value Elaborator::let(SExpr const& e) {
+  if (e.items.size() != 3 || !e.items[1].is_list || e.items[1].items.empty())
+    throw SmtError(e.pos, "malformed let; expected (let ((name term)+) term)");
+  std::vector<std::pair<std::string, Value>> bound;
+  for (SExpr const& b : e.items[1].items) {
+    if (!b.is_list || b.items.size() != 2 || b.items[0].is_list ||
+        b.items[0].atom.kind != Tok::symbol)
+      throw SmtError(b.pos, "malformed let binding; expected (name term)");
+    bound.emplace_back(b.items[0].atom.text, elaborate(b.items[1]));
+  }
+  std::size_t const depth = locals_.size();
+  for (auto& b : bound)
+    locals_.push_back(std::move(b));
+  try {
+    Value v = elaborate(e.items[2]);
+    locals_.resize(depth);
+    return v;
+  } catch (...) {
+    locals_.resize(depth);
+    throw;
+  }
+}
+
+int Elaborator::rm_of(SExpr const& e) {
+  Value v = elaborate(e);
+  if (!v.is_rm)
+    throw SmtError(e.pos, "wrong sort: expected a RoundingMode term, found " + sort_text(v));
+  return v.index;
 }
 
 void Elaborator::define_sort(std::string const& name, SExpr const& sort_e, SExpr const& where) {
@@ -180,7 +299,7 @@ void Elaborator::pop(std::size_t n, SExpr const& where) {
 }
 
 std::string Elaborator::sort_text(Value v) const {
-  return v.is_bool ? "Bool" : fmt_text(p_.operands[v.index].fmt);
+  return v.is_bool ? "Bool" : v.is_rm ? "RoundingMode" : fmt_text(p_.operands[v.index].fmt);
 }
 
 int Elaborator::bool_of(SExpr const& e) {
@@ -191,7 +310,8 @@ int Elaborator::bool_of(SExpr const& e) {
 
 int Elaborator::fp_of(SExpr const& e) {
   Value v = elaborate(e);
-  if (v.is_bool) throw SmtError(e.pos, "wrong sort: expected a floating-point term, found Bool");
+  if (v.is_bool || v.is_rm)
+    throw SmtError(e.pos, "wrong sort: expected a floating-point term, found " + sort_text(v));
   return v.index;
 }
 
@@ -202,13 +322,16 @@ Value Elaborator::elaborate(SExpr const& e) {
     std::string const& n = e.atom.text;
     if (n == "true") return {true, p_.true_node()};
     if (n == "false") return {true, p_.false_node()};
+    for (auto it = locals_.rbegin(); it != locals_.rend(); ++it)
+      if (it->first == n) return it->second;
     IEEEFloat::rounding_mode rm;
-    if (rounding_mode_of(e, &rm))
-      throw SmtError(e.pos,
-                     "wrong sort: a rounding mode may only appear as the first argument of to_fp");
+    if (rounding_mode_of(e, &rm)) return {false, p_.add_rm_constant(rm), true};
     Binding const* b = lookup(n);
     if (!b || b->is_sort)
       throw SmtError(e.pos, "undeclared name '" + n + "'; expected a declared constant");
+    if (b->macro)
+      throw SmtError(e.pos, "'" + n + "' expects " + std::to_string(b->macro->params.size()) +
+                                " arguments");
     return b->value;
   }
   case Tok::numeral:
@@ -217,7 +340,8 @@ Value Elaborator::elaborate(SExpr const& e) {
                               "; expected a Boolean or floating-point term");
   case Tok::binary:
   case Tok::hex:
-    throw SmtError(e.pos, "a bit-vector literal may only appear inside fp or to_fp");
+    throw SmtError(e.pos, "unsupported bit-vector term " + e.atom.text +
+                              "; a bit-vector literal may only appear inside fp or to_fp");
   default:
     throw SmtError(e.pos, "expected a term");
   }
@@ -244,12 +368,23 @@ int Elaborator::fp_app(SExpr const& e, std::string const& head) {
   std::size_t const argc = e.items.size() - 1;
   if (head == "fp") {
     if (argc != 3) throw SmtError(e.pos, "fp expects 3 bit-vector literals");
-    for (std::size_t i = 1; i <= 3; ++i)
-      if (e.items[i].is_list || e.items[i].atom.kind != Tok::binary)
-        throw SmtError(e.items[i].pos, "expected a binary literal #b... as argument " +
-                                           std::to_string(i) + " of fp");
-    return p_.add_constant(fp_from_bit_strings(e.items[1].atom.text, e.items[2].atom.text,
-                                               e.items[3].atom.text, e.pos));
+    std::string bits[3];
+    for (std::size_t i = 1; i <= 3; ++i) {
+      SExpr const& x = e.items[i];
+      if (x.is_list || (x.atom.kind != Tok::binary && x.atom.kind != Tok::hex))
+        throw SmtError(x.pos, "expected a bit-vector literal (#b... or #x...) as argument " +
+                                  std::to_string(i) + " of fp");
+      if (x.atom.kind == Tok::binary) {
+        bits[i - 1] = x.atom.text;
+      } else { // each hex digit is four bits
+        for (char c : x.atom.text) {
+          int const d = std::stoi(std::string(1, c), nullptr, 16);
+          for (int b = 3; b >= 0; --b)
+            bits[i - 1] += (d >> b & 1) ? '1' : '0';
+        }
+      }
+    }
+    return p_.add_constant(fp_from_bit_strings(bits[0], bits[1], bits[2], e.pos));
   }
   // fp.neg / fp.abs: views of the argument, or folded constants.
   if (argc != 1) throw SmtError(e.pos, head + " expects 1 argument");
@@ -272,20 +407,13 @@ Value Elaborator::elaborate_list(SExpr const& e) {
   std::size_t const argc = e.items.size() - 1;
   if (h.is_symbol("_")) return {false, indexed_fp(e)};
   if (h.is_list) {
-    // ((_ to_fp eb sb) RM real) and ((_ to_fp eb sb) bitvector)
-    if (h.items.size() == 4 && h.items[0].is_symbol("_") && h.items[1].is_symbol("to_fp")) {
-      IEEEFloat::format f = format_of(h.items[2], h.items[3]);
-      IEEEFloat::rounding_mode rm;
-      if (argc == 1 && !e.items[1].is_list &&
-          (e.items[1].atom.kind == Tok::binary || e.items[1].atom.kind == Tok::hex))
-        return {false, p_.add_constant(fp_from_bitvector(e.items[1].atom, f))};
-      if (argc == 2 && rounding_mode_of(e.items[1], &rm)) {
-        return {false, p_.add_constant(fp_from_rational(real_of(e.items[2]), f, rm, e.pos))};
-      }
-      throw SmtError(
-          e.pos, "unsupported to_fp argument; expected a bit-vector literal, or a rounding mode "
-                 "and a real literal");
-    }
+    if (h.items.size() == 4 && h.items[0].is_symbol("_") &&
+        (h.items[1].is_symbol("to_fp") || h.items[1].is_symbol("to_fp_unsigned")))
+      return to_fp(e, format_of(h.items[2], h.items[3]), h.items[1].is_symbol("to_fp_unsigned"));
+    if (h.items.size() >= 2 && h.items[0].is_symbol("_") && !h.items[1].is_list)
+      throw SmtError(h.pos, "unsupported operator (_ " + h.items[1].atom.text +
+                                " ...); bit-vector and real results are outside QF_FP's "
+                                "floating-point terms");
     throw SmtError(h.pos,
                    "unknown operator " + h.to_text() + "; expected a symbol or (_ to_fp eb sb)");
   }
@@ -335,34 +463,47 @@ Value Elaborator::elaborate_list(SExpr const& e) {
     if (argc != 3) throw SmtError(e.pos, "ite expects 3 arguments");
     int c = bool_of(e.items[1]);
     Value t = elaborate(e.items[2]);
-    if (!t.is_bool)
-      throw SmtError(e.items[2].pos,
-                     "unsupported ite over floating-point terms; expected Bool branches");
-    return {true, p_.add_node(Op::ite, -1, -1, {c, t.index, bool_of(e.items[3])})};
+    if (t.is_bool) return {true, p_.add_node(Op::ite, -1, -1, {c, t.index, bool_of(e.items[3])})};
+    if (t.is_rm)
+      throw SmtError(e.pos, "unsupported ite over rounding modes; expected Bool or floating-point "
+                            "branches");
+    Value f = elaborate(e.items[3]);
+    if (!has_sort(f, Sort{false, false, p_.operands[t.index].fmt}))
+      throw SmtError(e.items[3].pos, "wrong sort: the branches of ite are " + sort_text(t) +
+                                         " and " + sort_text(f));
+    Def d;
+    d.op = FpOp::ite;
+    d.args = {t.index, f.index};
+    d.cond = c;
+    return {false, p_.add_def(d, p_.operands[t.index].fmt)};
   }
   if (op == "=" || op == "distinct") {
     need(2, "at least 2 arguments");
-    Value first = elaborate(e.items[1]);
-    std::vector<int> parts;
-    if (first.is_bool) {
-      auto k = bools();
-      if (op == "=")
-        for (std::size_t i = 0; i + 1 < k.size(); ++i)
-          parts.push_back(p_.add_node(Op::iff, -1, -1, {k[i], k[i + 1]}));
-      else
-        for (std::size_t i = 0; i < k.size(); ++i)
-          for (std::size_t j = i + 1; j < k.size(); ++j)
-            parts.push_back(p_.add_node(Op::xor_, -1, -1, {k[i], k[j]}));
-    } else {
-      auto k = fps();
-      if (op == "=")
-        for (std::size_t i = 0; i + 1 < k.size(); ++i)
-          parts.push_back(p_.add_node(Op::ident, k[i], k[i + 1]));
-      else
-        for (std::size_t i = 0; i < k.size(); ++i)
-          for (std::size_t j = i + 1; j < k.size(); ++j)
-            parts.push_back(p_.add_node(Op::not_, -1, -1, {p_.add_node(Op::ident, k[i], k[j])}));
+    // Each argument is elaborated once; all must share the first's sort.
+    std::vector<int> k;
+    Value first;
+    for (std::size_t i = 1; i <= argc; ++i) {
+      Value v = elaborate(e.items[i]);
+      if (i == 1)
+        first = v;
+      else if (v.is_bool != first.is_bool || v.is_rm != first.is_rm ||
+               (!v.is_bool && !(p_.operands[v.index].fmt == p_.operands[first.index].fmt)))
+        throw SmtError(e.items[i].pos, "wrong sort: argument " + std::to_string(i) + " of " + op +
+                                           " is " + sort_text(v) + ", expected " +
+                                           sort_text(first));
+      k.push_back(v.index);
     }
+    std::vector<int> parts;
+    for (std::size_t i = 0; i < k.size(); ++i)
+      for (std::size_t j = i + 1; j < k.size(); ++j) {
+        if (op == "=" && j != i + 1) continue; // = chains, distinct is pairwise
+        if (first.is_bool)
+          parts.push_back(p_.add_node(op == "=" ? Op::iff : Op::xor_, -1, -1, {k[i], k[j]}));
+        else if (op == "=")
+          parts.push_back(p_.add_node(Op::ident, k[i], k[j]));
+        else
+          parts.push_back(p_.add_node(Op::not_, -1, -1, {p_.add_node(Op::ident, k[i], k[j])}));
+      }
     return {true, parts.size() == 1 ? parts[0] : p_.add_node(Op::and_, -1, -1, parts)};
   }
   if (op == "fp.leq" || op == "fp.lt" || op == "fp.geq" || op == "fp.gt" || op == "fp.eq") {
@@ -392,14 +533,143 @@ Value Elaborator::elaborate_list(SExpr const& e) {
   if (op == "fp" || op == "fp.neg" || op == "fp.abs") return {false, fp_app(e, op)};
   if (op == "!") {
     need(1, "a term and attributes");
-    return elaborate(e.items[1]);
+    Value v = elaborate(e.items[1]);
+    for (std::size_t i = 2; i < e.items.size(); ++i) {
+      SExpr const& a = e.items[i];
+      if (a.is_list || a.atom.kind != Tok::keyword)
+        throw SmtError(a.pos, "expected an attribute keyword");
+      if (a.atom.text == ":named" || a.atom.text == "named") {
+        if (i + 1 >= e.items.size() || e.items[i + 1].is_list ||
+            e.items[i + 1].atom.kind != Tok::symbol)
+          throw SmtError(a.pos, "expected a symbol after :named");
+        Binding b;
+        b.value = v;
+        bind(e.items[i + 1].atom.text, b, e.items[i + 1]);
+        ++i;
+      } else if (i + 1 < e.items.size() &&
+                 (e.items[i + 1].is_list || e.items[i + 1].atom.kind != Tok::keyword)) {
+        ++i; // the attribute's value
+      }
+    }
+    return v;
   }
+  if (op == "let") return let(e);
+  if (op == "forall" || op == "exists")
+    throw SmtError(h.pos, "unsupported quantifier '" + op + "'; QF_FP has no quantifiers");
+  static char const* const arith_ops[] = {"fp.add", "fp.sub",  "fp.mul", "fp.div",
+                                          "fp.fma", "fp.sqrt", "fp.rem", "fp.roundToIntegral",
+                                          "fp.min", "fp.max"};
+  for (char const* a : arith_ops)
+    if (op == a) return arith(e, op);
+  if (Binding const* b = lookup(op); b && b->macro) return apply_macro(*b->macro, e);
   if (Binding const* b = lookup(op); b && !b->is_sort)
     throw SmtError(h.pos, "'" + op + "' is a constant, not a function; expected an operator");
-  throw SmtError(h.pos,
-                 "unknown operator '" + op +
-                     "'; expected a Boolean connective, a floating-point "
-                     "comparison or classification, fp.neg, fp.abs or a floating-point literal");
+  throw SmtError(h.pos, "unsupported operator '" + op +
+                            "'; expected a Boolean connective, a floating-point operation, "
+                            "comparison or classification, or a defined function");
+}
+
+Value Elaborator::arith(SExpr const& e, std::string const& op) {
+  struct Shape {
+    char const* name;
+    FpOp op;
+    bool rm;
+    std::size_t args;
+  };
+  static Shape const shapes[] = {
+      {"fp.add", FpOp::add, true, 2},  {"fp.sub", FpOp::sub, true, 2},
+      {"fp.mul", FpOp::mul, true, 2},  {"fp.div", FpOp::div, true, 2},
+      {"fp.fma", FpOp::fma, true, 3},  {"fp.sqrt", FpOp::sqrt, true, 1},
+      {"fp.rem", FpOp::rem, false, 2}, {"fp.roundToIntegral", FpOp::round_to_integral, true, 1},
+      {"fp.min", FpOp::min, false, 2}, {"fp.max", FpOp::max, false, 2}};
+  Shape const* sh = nullptr;
+  for (Shape const& x : shapes)
+    if (op == x.name) sh = &x;
+  std::size_t const want = sh->args + (sh->rm ? 1 : 0);
+  if (e.items.size() - 1 != want)
+    throw SmtError(e.pos, op + " expects " + std::to_string(want) + " arguments" +
+                              (sh->rm ? " (a rounding mode first)" : ""));
+  Def d;
+  d.op = sh->op;
+  std::size_t first = 1;
+  if (sh->rm) d.rm = rm_of(e.items[first++]);
+  for (std::size_t i = first; i < e.items.size(); ++i) {
+    d.args.push_back(fp_of(e.items[i]));
+    if (!(p_.operands[d.args.back()].fmt == p_.operands[d.args[0]].fmt))
+      throw SmtError(e.items[i].pos, "wrong sort: argument " + std::to_string(i) + " of " + op +
+                                         " is " + fmt_text(p_.operands[d.args.back()].fmt) +
+                                         ", expected " + fmt_text(p_.operands[d.args[0]].fmt));
+  }
+  IEEEFloat::format const f = p_.operands[d.args[0]].fmt;
+  // Constants fold, unless the result is unspecified.
+  bool constant = d.rm < 0 || p_.operands[d.rm].var < 0;
+  for (int o : d.args)
+    constant = constant && p_.operands[o].var < 0;
+  if (constant) {
+    std::vector<IEEEFloat> args;
+    for (int o : d.args)
+      args.push_back(p_.operands[o].constant);
+    auto const rm =
+        d.rm >= 0 ? rm_of_value(p_.operands[d.rm].constant) : IEEEFloat::rm_nearest_even;
+    if (std::optional<IEEEFloat> r = apply_op(d.op, rm, args, f))
+      return {false, p_.add_constant(*r)};
+  }
+  return {false, p_.add_def(d, f)};
+}
+
+Value Elaborator::to_fp(SExpr const& e, IEEEFloat::format f, bool is_unsigned) {
+  std::size_t const argc = e.items.size() - 1;
+  char const* const name = is_unsigned ? "to_fp_unsigned" : "to_fp";
+  auto is_bv = [](SExpr const& x) {
+    return !x.is_list && (x.atom.kind == Tok::binary || x.atom.kind == Tok::hex);
+  };
+  if (argc == 1 && !is_unsigned && is_bv(e.items[1]))
+    return {false, p_.add_constant(fp_from_bitvector(e.items[1].atom, f))};
+  if (argc != 2)
+    throw SmtError(e.pos, std::string("unsupported ") + name +
+                              " arguments; expected a rounding mode and a term, or a "
+                              "bit-vector literal");
+  int const rm = rm_of(e.items[1]);
+  SExpr const& x = e.items[2];
+  bool const rm_constant = p_.operands[rm].var < 0;
+  bool const real =
+      (!x.is_list && (x.atom.kind == Tok::numeral || x.atom.kind == Tok::decimal)) ||
+      (x.is_list && !x.items.empty() && (x.items[0].is_symbol("-") || x.items[0].is_symbol("/")));
+  if (is_bv(x) || real) {
+    if (!rm_constant)
+      throw SmtError(e.items[1].pos, std::string("unsupported rounding-mode term in ") + name +
+                                         " of a literal; expected a rounding-mode constant");
+    auto const mode = rm_of_value(p_.operands[rm].constant);
+    if (real) {
+      if (is_unsigned)
+        throw SmtError(x.pos, "wrong sort: to_fp_unsigned expects a bit-vector, found a real");
+      return {false, p_.add_constant(fp_from_rational(real_of(x), f, mode, x.pos))};
+    }
+    std::string const& t = x.atom.text;
+    std::uint64_t const width = x.atom.kind == Tok::binary ? t.size() : 4 * t.size();
+    mpz_class bits(t, x.atom.kind == Tok::binary ? 2 : 16);
+    try {
+      return {false, p_.add_constant(canonical(
+                         is_unsigned ? qorv::swflt::from_ubv(mode, bits.get_mpz_t(), width, f)
+                                     : qorv::swflt::from_sbv(mode, bits.get_mpz_t(), width, f)))};
+    } catch (std::invalid_argument const& err) {
+      throw SmtError(x.pos, err.what());
+    }
+  }
+  if (is_unsigned)
+    throw SmtError(x.pos, "unsupported to_fp_unsigned argument; expected a bit-vector literal");
+  Value v = elaborate(x);
+  if (v.is_bool || v.is_rm)
+    throw SmtError(x.pos, "unsupported to_fp argument of sort " + sort_text(v) +
+                              "; expected a floating-point term, a real or a bit-vector literal");
+  if (rm_constant && p_.operands[v.index].var < 0)
+    return {false, p_.add_constant(canonical(qorv::swflt::convert(
+                       rm_of_value(p_.operands[rm].constant), p_.operands[v.index].constant, f)))};
+  Def d;
+  d.op = FpOp::convert;
+  d.rm = rm;
+  d.args = {v.index};
+  return {false, p_.add_def(d, f)};
 }
 
 } // namespace fpsolve

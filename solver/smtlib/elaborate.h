@@ -1,5 +1,12 @@
 // Elaboration: SMT-LIB commands and terms turned into a Problem.
 //
+// Arithmetic, conversions of terms and ite over floating point become Defs
+// (terms of their own); operations on constants only are folded to
+// constants, except where the result is unspecified.  define-fun with
+// parameters is a macro: each application elaborates the body with the
+// parameters bound to the arguments and nothing else of the caller's local
+// names in sight.  let binds in parallel; (! t :named n) binds n like a
+// definition.
 // The elaborator owns the name scopes (declarations, definitions, defined
 // sorts) and builds the problem only through its add_* members, so the
 // problem never sees an S-expression.  Chains (fp.leq a b c), n-ary = and
@@ -17,6 +24,7 @@
 #include "engine/problem.h"
 
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -25,7 +33,8 @@ namespace fpsolve {
 // What a name or a term elaborates to: a Boolean node or an operand.
 struct Value {
   bool is_bool = true;
-  int index = -1;
+  int index = -1;     // a node for Booleans, an operand otherwise
+  bool is_rm = false; // a rounding-mode operand
 };
 
 class Elaborator {
@@ -35,6 +44,9 @@ public:
   // Commands that add to the problem.  `where` positions the errors.
   void declare(std::string const& name, SExpr const& sort, SExpr const& where);
   void define(std::string const& name, SExpr const& sort, SExpr const& body, SExpr const& where);
+  // define-fun with a (possibly empty) parameter list.
+  void define_fun(std::string const& name, SExpr const& params, SExpr const& sort,
+                  SExpr const& body, SExpr const& where);
   void define_sort(std::string const& name, SExpr const& sort, SExpr const& where);
   void assert_formula(SExpr const& e);
   void push(std::size_t n);
@@ -50,10 +62,16 @@ private:
     bool is_rm = false;
     IEEEFloat::format fmt;
   };
+  struct Macro {
+    std::vector<std::pair<std::string, Sort>> params;
+    Sort result;
+    SExpr body;
+  };
   struct Binding {
     bool is_sort = false;
-    Sort sort;   // sorts
-    Value value; // constants and definitions
+    Sort sort;                          // sorts
+    Value value;                        // constants and definitions
+    std::shared_ptr<Macro const> macro; // definitions with parameters
   };
   struct Scope {
     std::size_t assertions;
@@ -67,12 +85,19 @@ private:
   int bool_of(SExpr const& e);
   int fp_of(SExpr const& e);
   int fp_app(SExpr const& e, std::string const& head);
+  int rm_of(SExpr const& e);
+  bool has_sort(Value v, Sort const& s) const;
+  Value apply_macro(Macro const& m, SExpr const& e);
+  Value let(SExpr const& e);
+  Value arith(SExpr const& e, std::string const& op);
+  Value to_fp(SExpr const& e, IEEEFloat::format f, bool is_unsigned);
   int indexed_fp(SExpr const& e);
   Value elaborate_list(SExpr const& e);
 
   Problem& p_;
   std::map<std::string, Binding> names_;
   std::vector<Scope> scopes_;
+  std::vector<std::pair<std::string, Value>> locals_; // let and parameters, innermost last
 };
 
 } // namespace fpsolve

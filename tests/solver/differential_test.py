@@ -1,13 +1,19 @@
 #!/usr/bin/env python3
 """fpsolve against z3 and cvc5 on generated problems.
 
-    differential_test.py FPSOLVE [COUNT] [FIRST_SEED] [JOBS]
+    differential_test.py FPSOLVE [COUNT] [FIRST_SEED] [JOBS] [ARITH_COUNT] [ARITH_TIMEOUT]
 
 For each seed, the problem from gen_problems.py goes to fpsolve, z3 and cvc5;
 all answers must be the same sat/unsat (a case where z3 or cvc5 gives up is
-skipped, fpsolve may never give up).  Every model fpsolve reports is fixed
-into the problem (one (assert (= x value)) per constant) and z3 must find
-the result satisfiable.  Exit status 1 on any disagreement.
+skipped).  COUNT problems of comparisons come from the 'random' family, where
+fpsolve may never give up; ARITH_COUNT (default 0) more from the 'arith'
+family (arithmetic and conversions over (3,4), (3,5), Float16, (4,12),
+Float32 and Float64), where fpsolve runs with --timeout ARITH_TIMEOUT
+(default 10 s) and may answer unknown on at most a tenth of them.  fpsolve
+checks every model exactly before it answers sat (exit status 3 otherwise,
+a failure here); every model is also fixed into the problem (one
+(assert (= x value)) per constant) and z3 must find the result satisfiable.
+Exit status 1 on any disagreement.
 """
 import concurrent.futures
 import importlib.util
@@ -22,7 +28,8 @@ spec = importlib.util.spec_from_file_location("gen_problems", GEN)
 gen = importlib.util.module_from_spec(spec)
 spec.loader.exec_module(gen)
 
-MODEL_LINE = re.compile(r"^\s*\(define-fun (\S+) \(\) (Bool|\(_ FloatingPoint \d+ \d+\)) (.*)\)\s*$")
+MODEL_LINE = re.compile(
+    r"^\s*\(define-fun (\S+) \(\) (Bool|RoundingMode|\(_ FloatingPoint \d+ \d+\)) (.*)\)\s*$")
 
 
 def run(cmd, text, timeout):
@@ -37,17 +44,30 @@ def first_line(out):
     return out.strip().split("\n")[0] if out.strip() else "(no output)"
 
 
-def check(fpsolve, seed):
-    text = gen.Random(seed).text()
-    out = run([fpsolve, "--check", "-"], text + "(get-model)\n", 60)
+def check(fpsolve, seed, arith_timeout=None):
+    if arith_timeout is None:
+        text = gen.Random(seed).text()
+        out = run([fpsolve, "--check", "-"], text + "(get-model)\n", 60)
+    else:
+        text = gen.Arith(seed).text()
+        out = run([fpsolve, "--check", "--timeout", str(arith_timeout), "-"], text + "(get-model)\n",
+                  arith_timeout + 60)
     mine = first_line(out)
+    if arith_timeout is not None and mine == "unknown":
+        return "fpsolve-unknown %d" % seed
     z3 = first_line(run(["z3", "-T:10", "-in"], text, 20))
     cvc5 = first_line(run(["cvc5", "--fp-exp", "--tlimit=10000", "--lang=smt2"], text, 20))
     if mine not in ("sat", "unsat"):
         return "FAIL seed %d: fpsolve answered %r" % (seed, mine)
     others = [a for a in (z3, cvc5) if a in ("sat", "unsat")]
+    known_bug = False
     if any(a != mine for a in others):
-        return "FAIL seed %d: fpsolve %s, z3 %s, cvc5 %s" % (seed, mine, z3, cvc5)
+        # cvc5's documented bug in these formats (see tests/host/fp_peer_test.py,
+        # PEER_BUGS): recorded, not failed, when z3 agrees with fpsolve.
+        known_bug = (arith_timeout is not None and z3 == mine and
+                     ("FloatingPoint 3 5)" in text or "FloatingPoint 4 12)" in text))
+        if not known_bug:
+            return "FAIL seed %d: fpsolve %s, z3 %s, cvc5 %s" % (seed, mine, z3, cvc5)
     if mine == "sat":
         fixes = []
         for line in out.split("\n")[2:]:
@@ -58,6 +78,8 @@ def check(fpsolve, seed):
         confirm = first_line(run(["z3", "-T:10", "-in"], body + "\n".join(fixes) + "\n(check-sat)\n", 20))
         if confirm != "sat":
             return "FAIL seed %d: z3 says %s to fpsolve's model" % (seed, confirm)
+    if known_bug:
+        return "cvc5-known-bug"
     return "skip" if len(others) < 2 else mine
 
 
@@ -66,15 +88,28 @@ def main(argv):
     count = int(argv[2]) if len(argv) > 2 else 300
     first = int(argv[3]) if len(argv) > 3 else 1
     jobs = int(argv[4]) if len(argv) > 4 else 2
-    tally = {}
+    arith = int(argv[5]) if len(argv) > 5 else 0
+    arith_timeout = float(argv[6]) if len(argv) > 6 else 10.0
     failures = []
-    with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
-        for r in pool.map(lambda s: check(fpsolve, s), range(first, first + count)):
-            if r.startswith("FAIL"):
-                failures.append(r)
-                r = "fail"
-            tally[r] = tally.get(r, 0) + 1
-    print("differential: %d problems from seed %d: %s" % (count, first, tally))
+    for family, n, t in (("random", count, None), ("arith", arith, arith_timeout)):
+        if n == 0:
+            continue
+        tally = {}
+        unknown = []
+        with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
+            for r in pool.map(lambda s: check(fpsolve, s, t), range(first, first + n)):
+                if r.startswith("FAIL"):
+                    failures.append(r)
+                    r = "fail"
+                if r.startswith("fpsolve-unknown"):
+                    unknown.append(r.split()[1])
+                    r = "fpsolve-unknown"
+                tally[r] = tally.get(r, 0) + 1
+        print("differential: %d %s problems from seed %d: %s" % (n, family, first, tally))
+        if unknown:
+            print("fpsolve answered unknown on seeds %s" % " ".join(unknown))
+        if tally.get("fpsolve-unknown", 0) * 10 > n:
+            failures.append("FAIL %s: fpsolve gave up on more than a tenth of the problems" % family)
     for f in failures:
         print(f)
     return 1 if failures else 0

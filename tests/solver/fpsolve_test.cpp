@@ -1,7 +1,9 @@
 // fpsolve end to end: answers on the traps of IEEE semantics, exact literal
 // conversion, model output, resource limits, tracing and input errors.  Every
 // search runs with the trail/search-state cross-check switched on.
+#include "engine/apply.h"
 #include "smtlib/driver.h"
+#include "smtlib/elaborate.h"
 
 #include <gtest/gtest.h>
 
@@ -149,13 +151,92 @@ TEST(Fpsolve, LimitsStatsAndTrace) {
   EXPECT_NE(trace.str().find("S["), std::string::npos) << trace.str();
 }
 
+// Arithmetic through the front end: macros, let, named terms, ite over
+// floating point and rounding-mode variables reach the model and get-value;
+// an unspecified result is one function of its operands' values.
+TEST(Fpsolve, ArithmeticTermsModelsAndChoices) {
+  Outcome r = run("(declare-fun x () Float32)(declare-fun r () RoundingMode)"
+                  "(define-fun twice ((a Float32) (m RoundingMode)) Float32 (fp.add m a a))"
+                  "(assert (let ((t (twice x r))) (! (fp.eq t ((_ to_fp 8 24) RNE 3.0)) :named n)))"
+                  "(assert (= (ite (= r RNE) x (fp.neg x)) ((_ to_fp 8 24) RTZ (- 1.5))))"
+                  "(check-sat)(get-model)(get-value ((twice x r) n r))");
+  EXPECT_EQ(r.status, 0);
+  // x is 1.5 whatever the mode; the mode is any but RNE.
+  EXPECT_EQ(r.out.substr(0, r.out.find("  (define-fun r")),
+            "sat\n(\n  (define-fun x () (_ FloatingPoint 8 24) (fp #b0 #b01111111 "
+            "#b10000000000000000000000))\n");
+  EXPECT_EQ(r.out.find("RoundingMode RNE"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("(((twice x r) (fp #b0 #b10000000 #b10000000000000000000000))\n (n true)"),
+            std::string::npos)
+      << r.out;
+  // min of +0 and -0 may be either, but the same for equal operands.
+  std::string const zeros = "(declare-fun x () Float16)(declare-fun y () Float16)"
+                            "(declare-fun z () Float16)(assert (fp.isZero x))(assert (fp.isZero y))"
+                            "(assert (not (= x y)))(assert (fp.isNegative (fp.min x y)))"
+                            "(assert (fp.isPositive (fp.min x z)))";
+  EXPECT_EQ(answer(zeros + "(assert (= z y))"), "unsat");
+  EXPECT_EQ(answer(zeros + "(assert (not (= z y)))"), "sat");
+  // A rounding-mode variable is decided like any term: only RTP and RTN
+  // separate these two sums of 1 and 2^-30.
+  EXPECT_EQ(answer("(declare-fun m () RoundingMode)(define-fun e () Float32 ((_ to_fp 8 24) RNE "
+                   "(/ 1.0 1073741824.0)))(assert (distinct (fp.add m (_ +zero 8 24) ((_ to_fp 8 "
+                   "24) RNE 1.0)) (fp.add m e ((_ to_fp 8 24) RNE 1.0))))(assert (not (= m RTP)))"
+                   "(assert (not (= m RTN)))"),
+            "unsat");
+}
+
+// One term on both sides of an operation is refuted without enumerating
+// Float64: x - x is a zero (negative only under RTN), x * x is no less than
+// zero, x / x is 1 or NaN.
+TEST(Fpsolve, OneTermOnBothSides) {
+  DriverOptions limited;
+  limited.search.max_decisions = 1000;
+  std::string const x = "(declare-fun x () Float64)";
+  for (char const* a : {"(assert (fp.isNegative (fp.sub RTZ x x)))",
+                        "(assert (fp.lt (fp.mul RTP x x) (_ -zero 11 53)))",
+                        "(assert (fp.gt (fp.div RNE x x) ((_ to_fp 11 53) RNE 1.0)))"})
+    EXPECT_EQ(run(x + a + "(check-sat)", limited).out, "unsat\n") << a;
+  EXPECT_EQ(run(x + "(assert (fp.isNegative (fp.sub RTN x x)))(check-sat)", limited).out, "sat\n");
+}
+
+// The exact check that guards every sat: a model whose term values or
+// assertions are off is refused, naming what fails.
+TEST(Fpsolve, ModelCheckRefusesWrongModels) {
+  fpsolve::Problem p;
+  fpsolve::Elaborator el(p);
+  std::istringstream in("(declare-fun x () (_ FloatingPoint 3 4))"
+                        "(assert (fp.eq (fp.mul RNE x x) ((_ to_fp 3 4) RNE 4.0)))");
+  fpsolve::Reader reader(in);
+  while (auto cmd = reader.next()) {
+    if (cmd->items[0].is_symbol("declare-fun"))
+      el.declare(cmd->items[1].atom.text, cmd->items[3], cmd->items[1]);
+    else
+      el.assert_formula(cmd->items[1]);
+  }
+  auto value = [](double d) {
+    return fpsolve::IEEEFloat::from_narrow_bits(d == 2 ? 0x20 : 0x18, {3, 4}); // 2.0 or 1.0
+  };
+  std::string why;
+  std::vector<fpsolve::IEEEFloat> good{value(2)}, bad{value(1)};
+  EXPECT_TRUE(fpsolve::verify_model(p, good, &why)) << why;
+  EXPECT_FALSE(fpsolve::verify_model(p, bad, &why));
+  EXPECT_EQ(why, "assertion 1 is false under the model");
+  std::vector<fpsolve::IEEEFloat> lying{value(2), value(1)}; // x * x claimed to be 1
+  EXPECT_FALSE(fpsolve::verify_model(p, lying, &why));
+  EXPECT_NE(why.find("term @t0 is"), std::string::npos) << why;
+}
+
 TEST(Fpsolve, BadInputNamesPlaceAndExpectation) {
   struct Case {
     char const* script;
     char const* message;
   } const cases[] = {
-      {"(declare-const x Float32)\n(assert (fp.leq (fp.add RNE x x) x))",
-       "(error \"line 2 column 18: unknown operator 'fp.add'; expected"},
+      {"(declare-const x Float32)\n(assert (fp.leq ((_ fp.to_ubv 8) RNE x) x))",
+       "(error \"line 2 column 18: unsupported operator (_ fp.to_ubv ...)"},
+      {"(assert (forall ((y Float32)) (fp.isNaN y)))",
+       "(error \"line 1 column 10: unsupported quantifier 'forall'"},
+      {"(declare-const x Float32)\n(assert (fp.isNaN (fp.add RNE x)))",
+       "(error \"line 2 column 19: fp.add expects 3 arguments (a rounding mode first)\")"},
       {"(declare-const x Float32)\n(assert (fp.leq x true))",
        "(error \"line 2 column 19: wrong sort: expected a floating-point term, found Bool\")"},
       {"(declare-const x Float32)(declare-const y Float64)\n(assert (fp.lt x y))",

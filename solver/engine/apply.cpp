@@ -1,0 +1,158 @@
+// Exact results and model completion (see apply.h).  Everything here is
+// evaluation of single values with the host's arithmetic; nothing reads the
+// search's intervals.
+#include "engine/apply.h"
+
+#include "engine/evaluator.h"
+
+#include "host/fp_convert.h"
+
+#include <map>
+#include <stdexcept>
+#include <utility>
+
+namespace fpsolve {
+
+namespace sw = qorv::swflt;
+
+std::optional<IEEEFloat> apply_op(FpOp op, IEEEFloat::rounding_mode rm,
+                                  std::vector<IEEEFloat> const& a, IEEEFloat::format to) {
+  IEEEFloat r;
+  switch (op) {
+  case FpOp::add:
+    r = sw::add(rm, a[0], a[1]);
+    break;
+  case FpOp::sub:
+    r = sw::sub(rm, a[0], a[1]);
+    break;
+  case FpOp::mul:
+    r = sw::mul(rm, a[0], a[1]);
+    break;
+  case FpOp::div:
+    r = sw::div(rm, a[0], a[1]);
+    break;
+  case FpOp::fma:
+    r = sw::fma(rm, a[0], a[1], a[2]);
+    break;
+  case FpOp::sqrt:
+    r = sw::sqrt(rm, a[0]);
+    break;
+  case FpOp::rem:
+    r = sw::rem(a[0], a[1]);
+    break;
+  case FpOp::round_to_integral:
+    r = sw::round_to_integral(rm, a[0]);
+    break;
+  case FpOp::min:
+  case FpOp::max: {
+    std::optional<IEEEFloat> m = op == FpOp::min ? sw::min(a[0], a[1]) : sw::max(a[0], a[1]);
+    if (!m) return std::nullopt;
+    r = *m;
+    break;
+  }
+  case FpOp::convert:
+    r = sw::convert(rm, a[0], to);
+    break;
+  case FpOp::ite:
+    throw std::logic_error("apply_op: ite depends on a condition");
+  }
+  return canonical(r);
+}
+
+IEEEFloat operand_value(Problem const& p, std::vector<IEEEFloat> const& model, int o) {
+  Operand const& op = p.operands[o];
+  if (op.var < 0) return op.constant;
+  IEEEFloat v = canonical(model[op.var]);
+  if (v.is_nan()) return v;
+  if (op.abs) v = sw::abs(v);
+  if (op.neg) v = sw::neg(v);
+  return v;
+}
+
+namespace {
+
+// Completion over an evaluator that tracks the values (ite conditions are
+// evaluated by it).
+bool complete_with(Problem const& p, Evaluator<mpz_class>& ev, std::vector<IEEEFloat>& model,
+                   bool* changed_specified, std::vector<char> const* claims,
+                   std::string* why = nullptr) {
+  std::size_t const given = model.size();
+  model.resize(p.vars.size());
+  for (std::size_t v = given; v < p.vars.size(); ++v)
+    model[v] = p.vars[v].is_rm ? rm_value(IEEEFloat::rm_nearest_even)
+                               : IEEEFloat::zero(p.vars[v].fmt, false);
+  for (std::size_t v = 0; v < p.vars.size(); ++v)
+    if (p.vars[v].def < 0) {
+      model[v] = canonical(model[v]);
+      mpz_class r = rank_of<mpz_class>(model[v]);
+      ev.cur[v] = {r, r};
+    }
+  std::map<std::pair<FpOp, std::vector<mpz_class>>, IEEEFloat> choices;
+  bool changed = false;
+  if (changed_specified) *changed_specified = false;
+  for (Def const& d : p.defs) {
+    IEEEFloat::format const to = p.vars[d.var].fmt;
+    IEEEFloat value;
+    bool specified = true;
+    if (d.op == FpOp::ite) {
+      value = operand_value(p, model, d.args[ev.eval(d.cond) == L::T ? 0 : 1]);
+    } else {
+      std::vector<IEEEFloat> args;
+      for (int o : d.args)
+        args.push_back(operand_value(p, model, o));
+      auto const rm =
+          d.rm >= 0 ? rm_of_value(operand_value(p, model, d.rm)) : IEEEFloat::rm_nearest_even;
+      if (std::optional<IEEEFloat> r = apply_op(d.op, rm, args, to)) {
+        value = *r;
+      } else {
+        specified = false;
+        std::vector<mpz_class> key;
+        for (IEEEFloat const& x : args)
+          key.push_back(rank_of<mpz_class>(x));
+        IEEEFloat const& proposal = model[d.var];
+        IEEEFloat pick = static_cast<std::size_t>(d.var) < given && !proposal.is_nan() &&
+                                 proposal.is_zero() && proposal.get_format() == to
+                             ? proposal
+                             : IEEEFloat::zero(to, false);
+        value = choices.emplace(std::make_pair(d.op, std::move(key)), pick).first->second;
+      }
+    }
+    bool const claimed = static_cast<std::size_t>(d.var) < given && (!claims || (*claims)[d.var]);
+    if (claimed && !(model[d.var].to_str() == value.to_str())) {
+      changed = true;
+      if (specified && changed_specified) *changed_specified = true;
+      if (specified && why && why->empty())
+        *why = "term " + p.vars[d.var].name + " is " + model[d.var].to_str() +
+               " in the model but " + value.to_str() + " exactly";
+    }
+    model[d.var] = value;
+    mpz_class r = rank_of<mpz_class>(value);
+    ev.cur[d.var] = {r, r};
+  }
+  return changed;
+}
+
+} // namespace
+
+bool complete_model(Problem const& p, std::vector<IEEEFloat>& model, bool* changed_specified,
+                    std::vector<char> const* claims) {
+  Evaluator<mpz_class> ev(p);
+  return complete_with(p, ev, model, changed_specified, claims);
+}
+
+bool verify_model(Problem const& p, std::vector<IEEEFloat>& model, std::string* why,
+                  std::vector<char> const* claims) {
+  Evaluator<mpz_class> ev(p);
+  bool changed_specified = false;
+  why->clear();
+  complete_with(p, ev, model, &changed_specified, claims, why);
+  if (changed_specified) return false;
+  for (std::size_t i = 0; i < p.assertions.size(); ++i)
+    if (ev.eval(p.assertions[i]) != L::T) {
+      *why = "assertion " + std::to_string(i + 1) + " is false under the model";
+      return false;
+    }
+  return true;
+}
+
+} // namespace fpsolve
