@@ -58,7 +58,8 @@ inline std::vector<Term const*> const& live_terms(std::size_t n) {
   static TermManager tm;
   static std::vector<Term const*> terms;
   DataType const* sort = tm.fp_sort(8, 24);
-  while (terms.size() < n) terms.push_back(tm.mk_var("x" + std::to_string(terms.size()), sort));
+  while (terms.size() < n)
+    terms.push_back(tm.mk_var("x" + std::to_string(terms.size()), sort));
   return terms;
 }
 

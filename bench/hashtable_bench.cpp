@@ -91,7 +91,9 @@ struct Qorv {
 template <class Keys, template <class...> class Container>
 struct Peer {
   using Map = Container<typename Keys::Peer, std::uint64_t>;
-  static void insert(Map& m, typename Keys::Ours k, std::uint64_t v) { m.emplace(Keys::peer(k), v); }
+  static void insert(Map& m, typename Keys::Ours k, std::uint64_t v) {
+    m.emplace(Keys::peer(k), v);
+  }
   static std::uint64_t get(Map const& m, typename Keys::Ours k) {
     auto it = m.find(Keys::peer(k));
     return it == m.end() ? 0 : it->second;
@@ -111,7 +113,8 @@ using AbslFlat = absl::flat_hash_map<K, V>;
 template <class Keys, class Impl>
 void fill(typename Impl::Map& m, Data<Keys> const& d) {
   std::uint64_t v = 0;
-  for (auto k : d.insert_order) Impl::insert(m, k, ++v);
+  for (auto k : d.insert_order)
+    Impl::insert(m, k, ++v);
 }
 
 template <class Keys, class Impl>
@@ -138,7 +141,8 @@ void lookup(benchmark::State& state) {
   auto const& keys = Present ? d.lookup_order : d.absent;
   for (auto _ : state) {
     std::uint64_t sum = 0;
-    for (auto k : keys) sum += Impl::get(*m, k);
+    for (auto k : keys)
+      sum += Impl::get(*m, k);
     benchmark::DoNotOptimize(sum);
   }
   state.SetItemsProcessed(state.iterations() * state.range(0));
@@ -201,7 +205,8 @@ void index_reciprocal(benchmark::State& state) {
   std::uint64_t const step = Wide ? 0x9E3779B97F4A7C15ULL : 0x9E3779B9ULL;
   std::uint64_t x = 1;
   for (auto _ : state) {
-    for (int i = 0; i < chain_length; ++i) x = hsh::detail::fast_remainder(x + step, r, p);
+    for (int i = 0; i < chain_length; ++i)
+      x = hsh::detail::fast_remainder(x + step, r, p);
     benchmark::DoNotOptimize(x);
   }
   state.SetItemsProcessed(state.iterations() * chain_length);
@@ -214,7 +219,8 @@ void index_division(benchmark::State& state) {
   std::uint64_t const step = Wide ? 0x9E3779B97F4A7C15ULL : 0x9E3779B9ULL;
   std::uint64_t x = 1;
   for (auto _ : state) {
-    for (int i = 0; i < chain_length; ++i) x = (x + step) % p;
+    for (int i = 0; i < chain_length; ++i)
+      x = (x + step) % p;
     benchmark::DoNotOptimize(x);
   }
   state.SetItemsProcessed(state.iterations() * chain_length);

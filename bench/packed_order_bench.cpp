@@ -26,9 +26,12 @@ enum class Width { f32, f64, f128 };
 
 IEEEFloat::format format_of(Width w) {
   switch (w) {
-  case Width::f32: return {8, 24};
-  case Width::f64: return {11, 53};
-  case Width::f128: return {15, 113};
+  case Width::f32:
+    return {8, 24};
+  case Width::f64:
+    return {11, 53};
+  case Width::f128:
+    return {15, 113};
   }
   return {8, 24};
 }
@@ -42,14 +45,18 @@ struct Patterns {
     mpz_init(z);
     auto draw = [&]() -> uint128 {
       switch (w) {
-      case Width::f32: return g() & 0xFFFFFFFFu;
-      case Width::f64: return g();
-      case Width::f128: return (uint128{g()} << 64) | g();
+      case Width::f32:
+        return g() & 0xFFFFFFFFu;
+      case Width::f64:
+        return g();
+      case Width::f128:
+        return (uint128{g()} << 64) | g();
       }
       return 0;
     };
     auto value = [&](uint128 bits) {
-      if (w != Width::f128) return IEEEFloat::from_bits(static_cast<std::uint64_t>(bits), format_of(w));
+      if (w != Width::f128)
+        return IEEEFloat::from_bits(static_cast<std::uint64_t>(bits), format_of(w));
       mpz_set_ui(z, static_cast<std::uint64_t>(bits >> 64));
       mpz_mul_2exp(z, z, 64);
       mpz_add_ui(z, z, static_cast<std::uint64_t>(bits));
@@ -75,7 +82,8 @@ void ours(benchmark::State& state) {
   }
   for (auto _ : state) {
     std::uint64_t hits = 0;
-    for (std::size_t i = 0; i < pair_count; ++i) hits += ha[i] < hb[i];
+    for (std::size_t i = 0; i < pair_count; ++i)
+      hits += ha[i] < hb[i];
     benchmark::DoNotOptimize(hits);
   }
   state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * pair_count));

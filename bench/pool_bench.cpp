@@ -66,12 +66,16 @@ void burst(benchmark::State& state) {
   std::vector<void*> live(n);
   // One untimed burst first: every allocator starts the timed loop warm,
   // with its memory obtained and touched.
-  for (std::size_t i = 0; i < n; ++i) live[i] = a.allocate();
-  for (std::size_t i = n; i-- > 0;) a.release(live[i]);
+  for (std::size_t i = 0; i < n; ++i)
+    live[i] = a.allocate();
+  for (std::size_t i = n; i-- > 0;)
+    a.release(live[i]);
   for (auto _ : state) {
-    for (std::size_t i = 0; i < n; ++i) live[i] = a.allocate();
+    for (std::size_t i = 0; i < n; ++i)
+      live[i] = a.allocate();
     benchmark::DoNotOptimize(live.data());
-    for (std::size_t i = n; i-- > 0;) a.release(live[i]);
+    for (std::size_t i = n; i-- > 0;)
+      a.release(live[i]);
   }
   state.SetItemsProcessed(state.iterations() * state.range(0));
 }

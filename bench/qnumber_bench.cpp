@@ -46,9 +46,12 @@ struct Values {
     mpz_init(d);
     auto make = [&]() -> QNumber {
       switch (set) {
-      case Set::small: return QNumber(1 + part(0, 10) % 1023, 1 + part(0, 10) % 1023);
-      case Set::int32: return QNumber(part(31, 32), part(31, 32));
-      case Set::overflow: return QNumber(part(40, 62), part(40, 62));
+      case Set::small:
+        return QNumber(1 + part(0, 10) % 1023, 1 + part(0, 10) % 1023);
+      case Set::int32:
+        return QNumber(part(31, 32), part(31, 32));
+      case Set::overflow:
+        return QNumber(part(40, 62), part(40, 62));
       case Set::big:
         mpz_set_ui(n, g());
         mpz_mul_2exp(n, n, 64);
@@ -119,7 +122,8 @@ void compare(benchmark::State& state) {
     return hits;
   };
   benchmark::DoNotOptimize(pass()); // warms the divisor cache
-  for (auto _ : state) benchmark::DoNotOptimize(pass());
+  for (auto _ : state)
+    benchmark::DoNotOptimize(pass());
   state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * pair_count));
 }
 

@@ -35,8 +35,7 @@ struct BlockGuard {
 };
 } // namespace
 
-FpBoundElement* FpIntervalDomain::new_FpBoundElement(bool flag, Term const* t,
-                                                     IEEEFloat const& v) {
+FpBoundElement* FpIntervalDomain::new_FpBoundElement(bool flag, Term const* t, IEEEFloat const& v) {
   void* block = element_pool.allocate();
   auto* e = new (block) FpBoundElement(); // tlit_Undef and a default value
   BlockGuard guard{element_pool, e};

@@ -81,6 +81,8 @@ std::uint64_t load_threshold(std::uint64_t buckets) noexcept {
   return compute(buckets);
 }
 
-void table_violation(char const* what) noexcept { invariant_violated("Hashtable", what); }
+void table_violation(char const* what) noexcept {
+  invariant_violated("Hashtable", what);
+}
 
 } // namespace qorv::hsh::detail

@@ -53,7 +53,9 @@ void pool_free_chunks(void* chunks) noexcept {
 }
 
 namespace {
-[[noreturn]] void pool_violation(char const* what) { invariant_violated("MemoryPool", what); }
+[[noreturn]] void pool_violation(char const* what) {
+  invariant_violated("MemoryPool", what);
+}
 
 void const* next_of(void const* p) {
   return *static_cast<void* const*>(p);

@@ -226,16 +226,19 @@ std::string QNumber::to_string() const {
 void QNumber::check_invariants() const {
   if (!is_big()) {
     if (den_ <= 0) invariant_violated("QNumber", "small denominator not positive", to_string());
-    if (num_.small == kMin64) invariant_violated("QNumber", "small numerator is -2^63", to_string());
+    if (num_.small == kMin64)
+      invariant_violated("QNumber", "small numerator is -2^63", to_string());
     if (euclid(abs_u64(num_.small), abs_u64(den_)) != 1)
       invariant_violated("QNumber", "small form not in lowest terms", to_string());
     return;
   }
   if (num_.big == nullptr) invariant_violated("QNumber", "big form without a value block", "?");
-  if (mpz_sgn(num_.big->den) <= 0) invariant_violated("QNumber", "big denominator not positive", to_string());
+  if (mpz_sgn(num_.big->den) <= 0)
+    invariant_violated("QNumber", "big denominator not positive", to_string());
   Mpz g;
   mpz_gcd(g, num_.big->num, num_.big->den);
-  if (mpz_cmp_ui(g.get(), 1) != 0) invariant_violated("QNumber", "big form not in lowest terms", to_string());
+  if (mpz_cmp_ui(g.get(), 1) != 0)
+    invariant_violated("QNumber", "big form not in lowest terms", to_string());
 }
 
 // ---------------------------------------------------------------- equality

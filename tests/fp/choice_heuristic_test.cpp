@@ -2,8 +2,8 @@
 // array, and no allocation once warmed up.  Limits after the mark, maximum
 // limits and infinite limits are checked against a model of the frames by
 // the search_candidates fuzz harness, whose corpus replays as a test.
-#include "tests/common/host_fixture.h"
 #include "tests/common/alloc_failure.h"
+#include "tests/common/host_fixture.h"
 
 #include <cstdint>
 #include <string>

@@ -2,9 +2,8 @@
 // Round robin, random picks, the NaN-first step, segments,
 // singletons by pattern, inverted intervals and split points are checked on
 // every decision of the decide fuzz harness, whose corpus replays as a test.
-#include "tests/common/host_fixture.h"
 #include "host/pick_mid.h"
-
+#include "tests/common/host_fixture.h"
 
 #include <cstdint>
 #include <stdexcept>
@@ -51,7 +50,8 @@ struct DecisionHeuristicTest : HostTest {
 // decision draws the term (16159453 % 5) and then the flag.
 TEST_F(DecisionHeuristicTest, FirstDrawsComeFromTheSeededGenerator) {
   std::vector<Term const*> ts;
-  for (int i = 0; i < 5; ++i) ts.push_back(add(single, true));
+  for (int i = 0; i < 5; ++i)
+    ts.push_back(add(single, true));
   EXPECT_EQ(lcg(42), 0xF692DDCDEDu);
   EXPECT_EQ(decide()->lit, TheoryLit::make(ts[3], true));
   EXPECT_EQ(h.generator_state(), lcg(lcg(42)));

@@ -1,7 +1,7 @@
 // Search frames: limit queue, maximum limits, fixing, copies and the text
 // form, in Float16 and in the wide (big rational) payload form.
-#include "tests/common/host_fixture.h"
 #include "tests/common/alloc_failure.h"
+#include "tests/common/host_fixture.h"
 
 #include <gmpxx.h>
 
@@ -14,7 +14,9 @@ namespace {
 
 using namespace fixture;
 
-IEEEFloat h16(std::uint64_t bits) { return IEEEFloat::from_bits(bits, half); }
+IEEEFloat h16(std::uint64_t bits) {
+  return IEEEFloat::from_bits(bits, half);
+}
 IEEEFloat wide(unsigned long hi) { // Float128 above 2^64: the big QNumber form
   return IEEEFloat::from_bits(mpz_class(mpz_class(hi) << 70).get_mpz_t(), quad);
 }
@@ -58,9 +60,12 @@ TEST_F(SearchFrameTest, ConstructionPushFixAndText) {
 // next fix_limits.
 TEST_F(SearchFrameTest, MaxLimitInfReadsTheFrontLimit) {
   // (flag, front value, answer): NaN 0x7E00, +inf 0x7C00, -inf 0xFC00.
-  for (auto [flag, front, want] : {std::tuple{false, 0x7C00, true}, {false, 0xFC00, false},
-                                   {false, 0x7E00, false}, {true, 0x7E00, true},
-                                   {true, 0x7C00, false}, {true, 0xFC00, false}}) {
+  for (auto [flag, front, want] : {std::tuple{false, 0x7C00, true},
+                                   {false, 0xFC00, false},
+                                   {false, 0x7E00, false},
+                                   {true, 0x7E00, true},
+                                   {true, 0x7C00, false},
+                                   {true, 0xFC00, false}}) {
     FpIntervalSearchFrame f(flag, x, h16(0x3C00));
     f.push_limit(4, h16(front));
     EXPECT_EQ(f.max_limit_inf(), want) << flag << " " << front;
@@ -79,7 +84,8 @@ TEST_F(SearchFrameTest, MaxLimitInfReadsTheFrontLimit) {
 // it was.
 TEST_F(SearchFrameTest, CopiesAreDeepAndFixIsAllOrNothing) {
   FpIntervalSearchFrame src(false, x, wide(1));
-  for (int p = 1; p <= 30; ++p) src.push_limit(p, wide(static_cast<unsigned long>(p)));
+  for (int p = 1; p <= 30; ++p)
+    src.push_limit(p, wide(static_cast<unsigned long>(p)));
   Seen const before = seen(src);
   FpIntervalSearchFrame copy;
   copy = src;
@@ -92,7 +98,9 @@ TEST_F(SearchFrameTest, CopiesAreDeepAndFixIsAllOrNothing) {
       test::AllocationFailure fail(k);
       src.fix_limits();
       break;
-    } catch (std::bad_alloc const&) { ASSERT_EQ(seen(src), before) << "failing allocation " << k; }
+    } catch (std::bad_alloc const&) {
+      ASSERT_EQ(seen(src), before) << "failing allocation " << k;
+    }
   }
   EXPECT_GE(failures, 2);
   EXPECT_EQ(src.limits.back().second.to_str(), before[before.size() - 2].second);
