@@ -20,6 +20,8 @@ void Solver<R>::setup() {
   std::size_t const nv = p_.vars.size();
   int const nr = static_cast<int>(roots_.size());
   watchers_.assign(nv, {});
+  clause_watch_.assign(nv, {});
+  clause_var_queued_.assign(nv, 0);
   relevant_.assign(nv, 0);
   auto watch = [&](int v, int entry) {
     if (watchers_[v].empty() || watchers_[v].back() != entry) watchers_[v].push_back(entry);
@@ -125,6 +127,10 @@ void Solver<R>::enqueue_all() {
 
 template <class R>
 void Solver<R>::enqueue_watchers(int v) {
+  if (!clause_watch_[v].empty() && !clause_var_queued_[v]) {
+    clause_var_queued_[v] = 1;
+    clause_vars_.push_back(v);
+  }
   for (int r : watchers_[v])
     if (!queued_[r]) {
       queued_[r] = 1;
@@ -574,7 +580,14 @@ typename Solver<R>::Round Solver<R>::propagate() {
   std::size_t work = 0;
   std::size_t const budget = 32 * queued_.size() + 1000;
   Round outcome = Round::fixpoint;
-  while (!queue_.empty()) {
+  // Learned clauses first and always to their fixpoint: they are cheap, and
+  // a clause must be propagated at the level where it becomes unit.
+  for (;;) {
+    if (!drain_clauses()) {
+      outcome = Round::conflict;
+      break;
+    }
+    if (queue_.empty()) break;
     int r = queue_.front();
     queue_.pop_front();
     queued_[r] = 0;
@@ -593,11 +606,16 @@ typename Solver<R>::Round Solver<R>::propagate() {
     if (r < static_cast<int>(roots_.size()) ? !prop(roots_[r], true)
                                             : !prop_def(r - static_cast<int>(roots_.size()))) {
       outcome = Round::conflict;
-      for (int q : queue_)
-        queued_[q] = 0;
-      queue_.clear();
       break;
     }
+  }
+  if (outcome == Round::conflict) {
+    for (int q : queue_)
+      queued_[q] = 0;
+    queue_.clear();
+    for (int u : clause_vars_)
+      clause_var_queued_[u] = 0;
+    clause_vars_.clear();
   }
   return outcome;
 }
@@ -732,19 +750,11 @@ Result Solver<R>::run() {
     if (!ok) {
       ++stats_.backtracks;
       if (opt_.trace) trace_backtrack();
-      while (!levels_.empty() && levels_.back().flipped)
-        levels_.pop_back();
       if (levels_.empty()) {
         res.answer = Answer::unsat;
         break;
       }
-      Level& lv = levels_.back();
-      backtrack_to(lv.trail_length);
-      lv.flipped = true;
-      IEEEFloat other = lv.flag ? qorv::next_below(lv.value) : qorv::next_above(lv.value);
-      auto* e = domain_.new_FpBoundElement(!lv.flag, p_.vars[lv.var].term, other);
-      if (lost_) enqueue_all();
-      ok = assert_element(e, lv.var) && deduce();
+      ok = learn_and_backjump();
       continue;
     }
     if (out_of_resources()) break;
@@ -767,7 +777,7 @@ Result Solver<R>::run() {
       domain_.release_FpBoundElement(e);
       e = domain_.new_FpBoundElement(true, p_.vars[v].term, up);
     }
-    levels_.push_back(Level{trail_.size(), v, e->flag(), e->value, false});
+    levels_.push_back(Level{trail_.size(), v, e->flag(), e->value});
     ok = assert_element(e, v) && deduce();
   }
   backtrack_to(0);
@@ -776,6 +786,11 @@ Result Solver<R>::run() {
   res.stats = stats_;
   return res;
 }
+
+// Every member defined above, for both rank types (learning.cpp defines
+// and instantiates its own).
+template class Solver<i128>;
+template class Solver<mpz_class>;
 
 namespace {
 

@@ -46,6 +46,10 @@ struct Stats {
   std::uint64_t split_decisions = 0; // interval splits
   std::uint64_t backtracks = 0;
   std::uint64_t propagations = 0; // bounds asserted by propagation
+  std::uint64_t learned = 0;      // clauses learned (one per backtrack)
+  std::uint64_t learned_literals = 0;
+  std::uint64_t dropped_decisions = 0; // decisions found unnecessary for a conflict
+  std::uint64_t levels_skipped = 0;    // decision levels undone beyond the conflict's own
   double seconds = 0;
 };
 

@@ -9,8 +9,15 @@
 // check_invariants compares the cache with the trail.
 //
 // The search loop (run) is: deduce (propagation, and when propagation stalls
-// on its budget, the strict-cycle refutation), evaluate, then backtrack on a
-// conflict or decide.
+// on its budget, the strict-cycle refutation), evaluate, then on a conflict
+// learn a clause and backjump (learn_and_backjump), else decide.
+//
+// Learned clauses are disjunctions of bound literals ("v >= r", "v <= r" in
+// the packed order's ranks), watched by two literals: a clause is visited
+// only when the interval of a watched literal's variable narrows, and every
+// clause queue is drained before a round of propagation ends without a
+// conflict, so a clause that becomes unit is always propagated at the level
+// where it became unit.
 #pragma once
 
 #include "engine/evaluator.h"
@@ -42,10 +49,16 @@ private:
   struct Level {
     std::size_t trail_length; // trail length before the decision
     int var;
-    bool flag;
+    bool flag; // a lower bound
     IEEEFloat value;
-    bool flipped; // the complement is on the trail
   };
+  // "var >= rank" when `lower`, else "var <= rank".
+  struct BoundLit {
+    int var;
+    bool lower;
+    R rank;
+  };
+  enum class Truth { no, yes, open };
   struct Edge {
     int from, to; // operands, from <= to in the numeric order
     bool strict;
@@ -89,6 +102,18 @@ private:
   void enqueue_all();
   void note_edge(int from, int to, bool strict) { edges_.push_back(Edge{from, to, strict}); }
   bool strict_cycle() const;
+  // Learning (learning.cpp): on a conflict, learn a clause over bound
+  // literals and jump back to the level where it forces its first literal.
+  // False on a conflict.
+  bool learn_and_backjump();
+  Truth truth(BoundLit const& l) const;
+  bool make_true(BoundLit const& l);
+  BoundLit negation_of(Level const& lv) const;
+  void add_clause(std::vector<BoundLit> lits);
+  // Visits the clauses watching v; false on a conflict.
+  bool propagate_clauses(int v);
+  bool drain_clauses();
+  void reduce_clauses();
   L eval_all() const;
   void trace_backtrack();
   bool out_of_resources() const;
@@ -114,6 +139,15 @@ private:
   bool lost_ = false; // a stalled round left entries that a conflict dropped
   std::vector<Edge> edges_;
   std::vector<Level> levels_;
+  struct Clause {
+    std::vector<BoundLit> lits; // lits[0] and lits[1] are watched; empty once deleted
+  };
+  std::vector<Clause> clauses_;
+  std::vector<std::vector<int>> clause_watch_; // per variable: clauses watching it (lazily pruned)
+  std::vector<int> clause_vars_;               // variables whose watching clauses are due
+  std::vector<char> clause_var_queued_;
+  std::size_t live_clauses_ = 0;
+  std::size_t clause_cap_ = 4000;
   Stats stats_;
   std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
