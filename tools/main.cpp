@@ -29,7 +29,8 @@ int usage(char const* why) {
                "SECONDS] [FILE | -]\n"
                "  FILE          an SMT-LIB 2.6 script; '-' reads standard input\n"
                "  (no FILE)     solve the built-in showcase problem, with statistics\n"
-               "  --stats       decisions, backtracks, propagations and time after each check-sat\n"
+               "  --stats       decisions, backtracks, propagations, learning and time after each "
+               "check-sat\n"
                "  --trace       search frames of the asserted terms at every backtrack\n"
                "  --max-decisions N, --timeout SECONDS   answer unknown when exhausted\n"
                "exit status: 0; 1 bad input; 2 bad options; 3 a model failed the exact check\n";

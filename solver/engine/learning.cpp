@@ -148,7 +148,6 @@ bool Solver<R>::learn_and_backjump() {
   std::vector<BoundLit> lits{negation_of(top)};
   for (int j = hi - 1; j >= 0; --j)
     lits.push_back(negation_of(levels_[j]));
-  stats_.dropped_decisions += static_cast<std::uint64_t>(k - 1 - hi);
   stats_.levels_skipped += static_cast<std::uint64_t>(k - 1 - hi);
   backtrack_to(levels_[lowest].trail_length);
   if (lost_) enqueue_all();

@@ -8,10 +8,15 @@
 // operands backward by shaving their ends with the same projection.
 // Decisions come only from FpIntervalDecisionHeuristic::decide() (inputs
 // first, terms' results second) and are asserted on the trail.  On a
-// conflict the search undoes the trail to the newest untried decision and
-// asserts its complement (a lower bound at m becomes an upper bound at the
-// value just below m, and the other way round).  Every decision and every
-// complement strictly shrinks a finite interval, so the search ends.
+// conflict the search learns a clause over bound literals: the complements
+// of the decisions (a lower bound at m becomes an upper bound at the value
+// just below m, and the other way round), without those that the conflict
+// is found not to need.  It jumps back to the highest level left below the
+// last decision's, where the clause forces that decision's complement, and
+// the clause stays, propagated like the assertions, so the search never
+// meets the same conflict again (engine/learning.cpp).  Every decision and
+// every forced complement strictly shrinks a finite interval, level by
+// level, so the search ends.
 //
 // sat needs a model that the exact evaluation confirms: whenever the
 // assertions are not false over the intervals, the inputs are picked from
@@ -45,11 +50,11 @@ struct Stats {
   std::uint64_t nan_decisions = 0;   // "is it NaN?" decisions
   std::uint64_t split_decisions = 0; // interval splits
   std::uint64_t backtracks = 0;
-  std::uint64_t propagations = 0; // bounds asserted by propagation
-  std::uint64_t learned = 0;      // clauses learned (one per backtrack)
-  std::uint64_t learned_literals = 0;
-  std::uint64_t dropped_decisions = 0; // decisions found unnecessary for a conflict
-  std::uint64_t levels_skipped = 0;    // decision levels undone beyond the conflict's own
+  std::uint64_t propagations = 0;     // bounds asserted by propagation
+  std::uint64_t learned = 0;          // clauses learned (one per backtrack)
+  std::uint64_t learned_literals = 0; // their literals in total
+  std::uint64_t levels_skipped =
+      0; // levels undone beyond the last (decisions the conflicts did not need)
   double seconds = 0;
 };
 

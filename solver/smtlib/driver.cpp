@@ -173,8 +173,10 @@ void Session::check_sat() {
     Stats const& s = r.stats;
     out_ << "(:decisions " << s.decisions << " :nan-first-decisions " << s.nan_decisions
          << " :split-decisions " << s.split_decisions << " :backtracks " << s.backtracks
-         << " :propagations " << s.propagations << " :time " << std::fixed << std::setprecision(6)
-         << s.seconds << std::defaultfloat << ")\n";
+         << " :propagations " << s.propagations << " :learned " << s.learned
+         << " :learned-literals " << s.learned_literals << " :levels-skipped " << s.levels_skipped
+         << " :time " << std::fixed << std::setprecision(6) << s.seconds << std::defaultfloat
+         << ")\n";
   }
   out_.flush();
 }

@@ -19,6 +19,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdio>
 #include <functional>
 #include <map>
 #include <random>
@@ -324,6 +325,7 @@ struct Round {
 
 void check_rounds(std::mt19937& rng, std::vector<Round> const& rounds, int least) {
   int sat = 0, unsat = 0;
+  std::uint64_t skipped = 0; // levels undone by backjumps beyond the last
   for (Round const& round : rounds)
     for (int i = 0; i < round.problems; ++i) {
       std::string const text = round.arith ? random_arith_problem(rng, round.f, round.vars)
@@ -334,6 +336,7 @@ void check_rounds(std::mt19937& rng, std::vector<Round> const& rounds, int least
       opt.check = true;
       Result const r = solve(p, opt);
       ASSERT_NE(r.answer, Answer::unknown) << text;
+      skipped += r.stats.levels_skipped;
       if (r.answer == Answer::sat) {
         std::vector<std::uint64_t> a;
         for (std::size_t v = 0; v < p.vars.size(); ++v)
@@ -348,6 +351,10 @@ void check_rounds(std::mt19937& rng, std::vector<Round> const& rounds, int least
   // Both answers must be well represented, or the test proves little.
   EXPECT_GT(sat, least);
   EXPECT_GT(unsat, least);
+  // The answers above also check the learned clauses and the backjumps.
+  EXPECT_GT(skipped, 0u);
+  std::printf("[ learning ] %llu levels skipped by backjumps\n",
+              static_cast<unsigned long long>(skipped));
 }
 
 TEST(BruteForce, AnswersAndModelsOnEnumerableFormats) {
