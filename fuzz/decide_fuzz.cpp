@@ -12,12 +12,13 @@
 //     negative infinity of its format, no draw;
 //   - else the candidate after the last decided term when that is still a
 //     candidate (one draw, for the flag), or a drawn one (two draws); the
-//     value is the host's split point, inside the interval when it is ordered.
+//     value is the split point (the floor of the average of the ends' ranks
+//     in the packed order, float_model.h), inside the interval when it is
+//     ordered.
 // The last decision always copies the returned element; a single value is
 // never chosen.
 #include "float_model.h"
 #include "fp/interval_heuristics.h"
-#include "host/pick_mid.h"
 
 #include <algorithm>
 #include <vector>
@@ -99,7 +100,9 @@ struct Harness {
     FUZZ_CHECK(h.generator_state() == s &&
                e->lit == TheoryLit::make(cands[index], ((s >> 16) & 1) != 0));
     fp::FpValueInterval const& iv = trail.interval(cands[index]);
-    FUZZ_CHECK(same_pattern(e->value, fp::utils::pick_mid_avg(iv.lower(), iv.upper())));
+    mpz_class bits;
+    e->value.get_bits(bits.get_mpz_t());
+    FUZZ_CHECK(bits == fuzz::split_pattern(iv.lower(), iv.upper()));
     if (!model_less(iv.upper(), iv.lower()))
       FUZZ_CHECK(!model_less(e->value, iv.lower()) && !model_less(iv.upper(), e->value));
     return e;

@@ -69,6 +69,21 @@ inline bool model_less(IEEEFloat const& a, IEEEFloat const& b) {
   return x.rank < y.rank;
 }
 
+// The split point of [lo, hi] (of one format): the pattern whose rank is the
+// floor of the average of the ends' ranks, every NaN ranking as the quiet NaN
+// just below -inf.
+inline mpz_class split_pattern(IEEEFloat const& lo, IEEEFloat const& hi) {
+  IEEEFloat::format const f = lo.get_format();
+  mpz_class const inf = ((mpz_class(1) << f.eb) - 1) << (f.sb - 1), nan_rank = -inf - 2;
+  auto const rank = [&](IEEEFloat const& x) {
+    return model_of(x).nan ? nan_rank : model_of(x).rank;
+  };
+  mpz_class r = rank(lo) + rank(hi);
+  mpz_fdiv_q_2exp(r.get_mpz_t(), r.get_mpz_t(), 1);
+  if (r == nan_rank) return inf + (mpz_class(1) << (f.sb - 2));
+  return r >= 0 ? r : mpz_class((mpz_class(1) << (f.eb + f.sb - 1)) - r - 1);
+}
+
 inline bool same_pattern(IEEEFloat const& a, IEEEFloat const& b) {
   mpz_class x, y;
   a.get_bits(x.get_mpz_t());

@@ -21,6 +21,7 @@ using namespace qorv;
 using namespace qorv::swflt;
 using format = IEEEFloat::format;
 using qorv::fuzz::Input;
+using qorv::oracle::bits_of;
 using qorv::oracle::Op;
 using qorv::oracle::Oracle;
 
@@ -43,12 +44,6 @@ std::uint64_t pattern(Input& in, format f) {
   }
   std::uint64_t const trail = in.u64() & ((std::uint64_t{1} << (f.sb - 1)) - 1);
   return (std::uint64_t{in.flag()} << (w - 1)) | (exp << (f.sb - 1)) | trail;
-}
-
-mpz_class bits_of(IEEEFloat const& x) {
-  mpz_class z;
-  x.get_bits(z.get_mpz_t());
-  return z;
 }
 
 format read_format(Input& in) {

@@ -6,7 +6,8 @@
 // that it identifies -0 and +0.  Wide payloads come in both QNumber forms
 // (a value assigned onto a wide value with a big payload keeps the big
 // form).  The exception flags must be cleared exactly by comparisons of
-// 32/64-bit payloads with equal NaN status and sign.
+// 32/64-bit payloads with equal NaN status and sign.  Values reached by
+// copies, moves and the unchecked factory must order as fresh ones.
 #include "float_model.h"
 #include "support/packed_order.h"
 
@@ -64,6 +65,27 @@ void check(IEEEFloat const& a, IEEEFloat const& b) {
   }
 }
 
+// a as reached by the paths that must keep the order's shift amounts, which
+// the order reads from the value and not from the format: copy assignment
+// over a value of another format (narrow or wide), a move (its source is
+// left the default Float32 +0), copy or move construction, and for a 32/64-
+// bit payload the unchecked factory the arithmetic uses.
+IEEEFloat reached(IEEEFloat const& a, bool over_wide) {
+  IEEEFloat::format const f = a.get_format(), narrow{f.sb == 11 ? 11u : 5u, f.sb == 11 ? 53u : 11u};
+  IEEEFloat const other =
+      IEEEFloat::from_double(1.5, over_wide ? IEEEFloat::format{20, 80} : narrow);
+  IEEEFloat v = other;
+  v = a;
+  IEEEFloat w = std::move(v);
+  FUZZ_CHECK(same_pattern(v, IEEEFloat()));
+  v = w;
+  IEEEFloat r = over_wide ? IEEEFloat(v) : IEEEFloat(std::move(v));
+  if (!a.narrow() || over_wide) return r;
+  r = other; // then the factory's value moved in over another format
+  r = IEEEFloat::from_narrow_bits(a.payload_u64(), f);
+  return r;
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
@@ -74,6 +96,10 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     IEEEFloat const b = in.byte() % 8 == 0 ? a : pick(in, f); // equal operands too
     check(a, b);
     check(b, a);
+    for (bool over_wide : {false, true})
+      check(reached(a, over_wide), b);
+    IEEEFloat moved_from = b, sink = std::move(moved_from); // the default Float32 +0
+    if (f == IEEEFloat::format{8, 24}) check(moved_from, a), check(a, moved_from);
   }
   return 0;
 }

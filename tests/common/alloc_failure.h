@@ -8,6 +8,7 @@
 #pragma once
 
 #include <cstdint>
+#include <new>
 
 namespace qorv::test {
 
@@ -26,5 +27,23 @@ public:
   AllocationFailure(AllocationFailure const&) = delete;
   AllocationFailure& operator=(AllocationFailure const&) = delete;
 };
+
+// Runs op with the k-th allocation failing, for k = 0, 1, ... until op
+// completes; after each std::bad_alloc it calls intact() (the failure
+// disarmed) to check what op promises to leave behind.  Returns the number
+// of failed runs, or -1 when op completed although the failure fired (it
+// swallowed the failure).
+template <class Op, class Intact>
+int each_failure(Op op, Intact intact) {
+  for (int k = 0;; ++k) {
+    try {
+      AllocationFailure fail(k);
+      op();
+      return allocation_failure_fired() ? -1 : k;
+    } catch (std::bad_alloc const&) {
+      intact();
+    }
+  }
+}
 
 } // namespace qorv::test

@@ -28,14 +28,14 @@ class Oracle {
 public:
   struct Value {
     bool nan = false, inf = false, sign = false;
-    mpq_class mag; // finite values: the magnitude
+    mpq_class mag; // not NaN: the magnitude, 2^(emax + 1) for infinity
     bool zero() const { return !nan && !inf && mag == 0; }
     mpq_class signed_q() const { return sign ? mpq_class(-mag) : mag; }
   };
 
-  Oracle(unsigned long eb, unsigned long sb) : eb_(eb), sb_(sb), bias_((1L << (eb - 1)) - 1) {
-    inf_mag_ = mpz_class(1) << (eb + sb - 1);
-    inf_mag_ -= mpz_class(1) << (sb - 1);
+  Oracle(unsigned long eb, unsigned long sb)
+      : eb_(eb), sb_(sb), bias_((1L << (eb - 1)) - 1),
+        inf_mag_(((mpz_class(1) << eb) - 1) << (sb - 1)) {
     if (eb + sb <= 12)
       for (unsigned long p = 0; p <= inf_mag_.get_ui(); ++p)
         table_.push_back(magnitude(p));
@@ -53,10 +53,8 @@ public:
     v.sign = bits >= sign_bit();
     if (m > inf_mag_)
       v.nan = true;
-    else if (m == inf_mag_)
-      v.inf = true;
     else
-      v.mag = value_of(m);
+      v.inf = m == inf_mag_, v.mag = value_of(m);
     return v;
   }
 
@@ -73,16 +71,8 @@ public:
     }
     mpz_class k = lo;
     if (cmp(value_of(lo)) != 0) {
-      bool up; // away from zero
-      if (rm == kRTZ)
-        up = false;
-      else if (rm == kRTP)
-        up = !sign;
-      else if (rm == kRTN)
-        up = sign;
-      else if (lo == inf_mag_)
-        up = false; // beyond 2^(emax+1): overflows below
-      else {
+      bool up = (rm == kRTP && !sign) || (rm == kRTN && sign); // away from zero
+      if ((rm == kRNE || rm == kRNA) && lo != inf_mag_) {      // beyond 2^(emax+1): overflows below
         int const c = cmp((value_of(lo) + value_of(lo + 1)) / 2);
         up = c > 0 || (c == 0 && (rm == kRNA || mpz_odd_p(lo.get_mpz_t())));
       }
@@ -174,9 +164,8 @@ public:
   int compare(mpz_class const& x, mpz_class const& y) const {
     Value a = decode(x), b = decode(y);
     if (a.nan || b.nan) return 2;
-    auto key = [](Value const& v) { return v.inf ? (v.sign ? -2 : 2) : 0; };
-    if (key(a) != 0 || key(b) != 0) return (key(a) > key(b)) - (key(a) < key(b));
-    return cmp(a.signed_q(), b.signed_q()) > 0 ? 1 : cmp(a.signed_q(), b.signed_q()) < 0 ? -1 : 0;
+    int const c = cmp(a.signed_q(), b.signed_q());
+    return (c > 0) - (c < 0);
   }
   std::optional<mpz_class> min_max(mpz_class const& x, mpz_class const& y, bool is_max) const {
     Value a = decode(x), b = decode(y);

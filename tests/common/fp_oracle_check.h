@@ -47,16 +47,19 @@ struct Case {
   unsigned long width;
 };
 
+// The bit pattern of a value of the library.
+inline mpz_class bits_of(IEEEFloat const& v) {
+  mpz_class z;
+  v.get_bits(z.get_mpz_t());
+  return z;
+}
+
 inline std::string check(Oracle const& o, Case const& c) {
   using namespace qorv::swflt;
   auto const value = [&](mpz_class const& p) { return IEEEFloat::from_bits(p.get_mpz_t(), c.f); };
   IEEEFloat const a = value(c.x), b = value(c.y), d = value(c.z);
   auto const m = static_cast<rounding_mode>(c.rm);
-  auto const bits = [](IEEEFloat const& v) {
-    mpz_class z;
-    v.get_bits(z.get_mpz_t());
-    return z.get_str();
-  };
+  auto const bits = [](IEEEFloat const& v) { return bits_of(v).get_str(); };
   auto const maybe = [](auto const& v, auto&& show) { return v ? show(*v) : std::string("none"); };
   auto const q_text = [](QNumber const& q) { return q.to_string(); };
   auto const z_text = [](mpz_class const& z) { return z.get_str(); };

@@ -1,6 +1,6 @@
-// Shared pieces of the library tests: a host (terms, domain, trail) that checks at
-// the end that every bound element went back to the domain, and short forms
-// of the values the tests use.
+// Shared pieces of the library tests: a host (terms, domain, trail) that
+// checks at the end that every bound element went back to the domain, as a
+// test fixture too, and short forms of the values the tests use.
 #pragma once
 
 #include "fp/interval_heuristics.h"
@@ -32,11 +32,11 @@ inline Seen seen(FpIntervalSearchFrame const& f) {
   return out;
 }
 
-struct HostTest : ::testing::Test {
+struct Host {
   TermManager tm;
   FpIntervalDomain domain;
   FpBoundsTrail trail{&tm};
-  ~HostTest() override {
+  virtual ~Host() {
     trail.backtrack(0, &domain);
     EXPECT_EQ(domain.live_elements(), 0u);
   }
@@ -47,5 +47,6 @@ struct HostTest : ::testing::Test {
     trail.assert_bound(domain.new_FpBoundElement(flag, t, v));
   }
 };
+struct HostTest : Host, ::testing::Test {};
 
 } // namespace qorv::fp::fixture

@@ -1,18 +1,91 @@
-// Search frames: limit queue, maximum limits, fixing, copies and the text
-// form, in Float16 and in the wide (big rational) payload form.
+// Search frames and their limit queues: front insertion across blocks,
+// copies, the shifted copy, pooled blocks; maximum limits, fixing (all or
+// nothing) and the text form, in Float16 and in the wide (big rational)
+// payload form.  Failing blocks of a pooled queue are the hardening
+// scenario's.
 #include "tests/common/alloc_failure.h"
 #include "tests/common/host_fixture.h"
 
 #include <gmpxx.h>
 
-#include <new>
 #include <string>
-#include <tuple>
+#include <vector>
 
 namespace qorv::fp {
 namespace {
 
 using namespace fixture;
+
+// Pushes positions 1..n (value i as Float32), so the front holds n.
+void fill(LimitQueue& q, int n) {
+  for (int i = 1; i <= n; ++i)
+    q.emplace_front(i, f32(i));
+}
+
+std::vector<int> positions(LimitQueue const& q) {
+  std::vector<int> out;
+  for (Limit const& l : q)
+    out.push_back(l.first);
+  return out;
+}
+
+// Front insertion across block boundaries (8, 16, 32 slots): order by
+// iteration and by index, the two ends, and limits that never move.
+TEST(LimitQueue, FrontInsertionKeepsLimitsInPlace) {
+  LimitQueue q;
+  EXPECT_TRUE(q.empty() && q.block_count() == 0 && q.begin() == q.end());
+  q.emplace_front(0, f32(0));
+  Limit const* oldest = &q.back();
+  fill(q, 40);
+  EXPECT_TRUE(q.size() == 41u && q.block_count() == 3u && &q.back() == oldest);
+  EXPECT_TRUE(q.front().first == 40 && q.back().first == 0);
+  std::vector<int> const order = positions(q);
+  for (std::size_t i = 0; i < q.size(); ++i) {
+    ASSERT_EQ(order[i], 40 - static_cast<int>(i));
+    ASSERT_EQ(q[i].first, order[i]);
+    ASSERT_EQ(q[i].second.to_str(), s32(order[i]));
+  }
+}
+
+// Copies are deep and keep the order; assign_shifted gives exactly what a
+// copy followed by fix_limits gives, for sizes around the block edges.
+TEST(LimitQueue, CopiesAndTheShiftedCopy) {
+  for (int n : {0, 1, 7, 8, 9, 24, 25, 60}) {
+    FpIntervalSearchFrame source;
+    fill(source.limits, n);
+    source.max_limit = f32(-3);
+    FpIntervalSearchFrame fixed(source);
+    fixed.fix_limits();
+    LimitQueue shifted;
+    fill(shifted, 3); // replaced
+    shifted.assign_shifted(source.limits, -1, source.max_limit);
+    FpIntervalSearchFrame view;
+    view.limits = shifted;
+    ASSERT_EQ(seen(view), seen(fixed)) << n;
+    if (n == 0) continue;
+    LimitQueue copy(source.limits);
+    copy.front().second = f32(99);
+    EXPECT_EQ(source.limits.front().second.to_str(), s32(n));
+    EXPECT_EQ(positions(copy), positions(source.limits));
+  }
+}
+
+// With a pool, blocks given back are reused: once warmed up, building,
+// copying and dropping queues allocates nothing.
+TEST(LimitQueue, PoolRecyclesBlocks) {
+  LimitBlockPool pool;
+  auto cycle = [&pool] {
+    LimitQueue a(&pool), b(&pool);
+    fill(a, 50);
+    b = a;
+    b.assign_shifted(a, -1, f32(1));
+  };
+  cycle();
+  EXPECT_GT(pool.kept(), 0u);
+  test::disarm_allocation_failure();
+  cycle();
+  EXPECT_EQ(test::allocations_seen(), 0);
+}
 
 IEEEFloat h16(std::uint64_t bits) {
   return IEEEFloat::from_bits(bits, half);
@@ -57,19 +130,9 @@ TEST_F(SearchFrameTest, ConstructionPushFixAndText) {
 }
 
 // max_limit_inf reads the front limit, not max_limit: it changes only at the
-// next fix_limits.
+// next fix_limits.  Its answer on fixed frames of every value is the
+// search_candidates fuzz harness's.
 TEST_F(SearchFrameTest, MaxLimitInfReadsTheFrontLimit) {
-  // (flag, front value, answer): NaN 0x7E00, +inf 0x7C00, -inf 0xFC00.
-  for (auto [flag, front, want] : {std::tuple{false, 0x7C00, true},
-                                   {false, 0xFC00, false},
-                                   {false, 0x7E00, false},
-                                   {true, 0x7E00, true},
-                                   {true, 0x7C00, false},
-                                   {true, 0xFC00, false}}) {
-    FpIntervalSearchFrame f(flag, x, h16(0x3C00));
-    f.push_limit(4, h16(front));
-    EXPECT_EQ(f.max_limit_inf(), want) << flag << " " << front;
-  }
   FpIntervalSearchFrame f(true, x, h16(0x3C00));
   std::string answers;
   auto answer = [&] { answers += f.max_limit_inf() ? '1' : '0'; };
@@ -80,29 +143,15 @@ TEST_F(SearchFrameTest, MaxLimitInfReadsTheFrontLimit) {
   EXPECT_EQ(answers, "1100");
 }
 
-// Copies are deep; a fix_limits that fails to allocate leaves the frame as
-// it was.
-TEST_F(SearchFrameTest, CopiesAreDeepAndFixIsAllOrNothing) {
+// A fix_limits that fails to allocate leaves the frame as it was; deep
+// copies are the limit queue's.
+TEST_F(SearchFrameTest, FixIsAllOrNothing) {
   FpIntervalSearchFrame src(false, x, wide(1));
   for (int p = 1; p <= 30; ++p)
     src.push_limit(p, wide(static_cast<unsigned long>(p)));
   Seen const before = seen(src);
-  FpIntervalSearchFrame copy;
-  copy = src;
-  copy.limits.back().second = wide(99);
-  copy.fix_limits();
-  EXPECT_EQ(seen(src), before);
-  int failures = 0;
-  for (std::int64_t k = 0;; ++k, ++failures) {
-    try {
-      test::AllocationFailure fail(k);
-      src.fix_limits();
-      break;
-    } catch (std::bad_alloc const&) {
-      ASSERT_EQ(seen(src), before) << "failing allocation " << k;
-    }
-  }
-  EXPECT_GE(failures, 2);
+  EXPECT_GE(test::each_failure([&] { src.fix_limits(); }, [&] { ASSERT_EQ(seen(src), before); }),
+            2);
   EXPECT_EQ(src.limits.back().second.to_str(), before[before.size() - 2].second);
 }
 

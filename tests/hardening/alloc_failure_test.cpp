@@ -13,6 +13,7 @@
 #include "support/packed_order.h"
 #include "support/qnumber.h"
 #include "tests/common/alloc_failure.h"
+#include "tests/common/host_fixture.h"
 
 #include <gmpxx.h>
 #include <gtest/gtest.h>
@@ -221,10 +222,7 @@ TEST(AllocationFailure, LimitQueueWithPool) {
 
 // A small search host: wide and narrow variables, decisions asserted on the
 // trail until every interval is a single value.
-struct SearchHost {
-  TermManager tm;
-  FpIntervalDomain domain;
-  FpBoundsTrail trail{&tm};
+struct SearchHost : fp::fixture::Host {
   FpDecDepManager manager;
   fp::FpIntervalDecisionHeuristic decision{domain, trail, manager};
   fp::FpIntervalChoiceHeuristic choice{domain, trail};
@@ -233,27 +231,13 @@ struct SearchHost {
   SearchHost() {
     IEEEFloat::format const formats[] = {{15, 113}, {5, 11}, {8, 24}, {3, 3}};
     for (int i = 0; i < 44; ++i) { // enough terms to grow the trail's map twice
-      Term const* t = tm.mk_var("v" + std::to_string(i), tm.fp_sort(formats[i % 4]));
+      Term const* t = var(formats[i % 4]);
       manager.terms.push_back(t);
       if (i % 3 != 2) element.terms.insert(t);
     }
     manager.split = 24;
   }
-  ~SearchHost() {
-    trail.backtrack(0, &domain);
-    EXPECT_EQ(domain.live_elements(), 0u);
-  }
 };
-
-// The frames as text, sorted: their order follows the addresses of the terms,
-// which differ from one host to the next.
-std::vector<std::string> frames_text(std::vector<fp::FpIntervalSearchFrame> const& frames) {
-  std::vector<std::string> out;
-  for (auto const& f : frames)
-    out.push_back(f.to_str());
-  std::sort(out.begin(), out.end());
-  return out;
-}
 
 TEST(AllocationFailure, Decide) {
   // 44 NaN decisions, then splits down to single values of the small formats.
@@ -301,7 +285,13 @@ TEST(AllocationFailure, SearchCandidates) {
              h.choice.frames_by_lit.check_invariants();
              h.choice.lits_with_max_limit.check_invariants();
            });
-      note([&] { return frames_text(h.choice.search_candidates); });
+      note([&] { // sorted: the order follows the addresses of the terms
+        std::vector<std::string> out;
+        for (auto const& f : h.choice.search_candidates)
+          out.push_back(f.to_str());
+        std::sort(out.begin(), out.end());
+        return out;
+      });
     }
   });
   EXPECT_GT(points, 50);

@@ -40,9 +40,6 @@ IEEEFloat operand(format f) {
   return IEEEFloat::from_bits(bits.get_mpz_t(), f);
 }
 
-std::string fmt_text(format f) {
-  return std::to_string(f.eb) + "," + std::to_string(f.sb);
-}
 std::string bv(mpz_class v, unsigned long w) {
   if (v < 0) v += mpz_class(1) << w;
   return "(_ bv" + v.get_str() + " " + std::to_string(w) + ")";
@@ -54,13 +51,10 @@ std::string real(QNumber const& q) {
   std::string const body = "(/ " + mpz_class(abs(n)).get_str() + ".0 " + d.get_str() + ".0)";
   return n < 0 ? "(- " + body + ")" : body;
 }
-std::string boolean(bool b) {
-  return b ? "true" : "false";
-}
 
 // Writes one case; true.
 bool emit(std::string const& op, format f, std::string const& term, std::string const& expected) {
-  std::cout << op << '\t' << fmt_text(f) << '\t' << term << '\t' << expected << '\n';
+  std::cout << op << '\t' << f.eb << ',' << f.sb << '\t' << term << '\t' << expected << '\n';
   return true;
 }
 // "(op arg...)" written for the case of operation `op`.
@@ -108,7 +102,7 @@ bool one_case() {
     unsigned const i = rng() % 5;
     // Equal operands half of the time for eq/leq/geq to matter.
     IEEEFloat const& y2 = rng() % 2 ? x : y;
-    return emit_app(names[i], f, {a, y2.to_str()}, boolean(ops[i](x, y2)));
+    return emit_app(names[i], f, {a, y2.to_str()}, ops[i](x, y2) ? "true" : "false");
   }
   if (kind == 8) {
     static char const* names[] = {"fp.isNormal",   "fp.isSubnormal", "fp.isZero",
@@ -117,9 +111,10 @@ bool one_case() {
     unsigned const i = rng() % 9;
     bool const results[] = {x.is_normal(), x.is_subnormal(), x.is_zero(),   x.is_inf(),
                             x.is_nan(),    is_negative(x),   is_positive(x)};
-    std::string const expected = i == 7   ? abs(x).to_str()
-                                 : i == 8 ? neg(x).to_str()
-                                          : boolean(results[i]);
+    std::string const expected = i == 7       ? abs(x).to_str()
+                                 : i == 8     ? neg(x).to_str()
+                                 : results[i] ? "true"
+                                              : "false";
     return emit_app(names[i], f, {a}, expected);
   }
   if (kind == 9 || kind == 10) {

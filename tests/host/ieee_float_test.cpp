@@ -1,9 +1,10 @@
-// IEEEFloat: validation, classification and exact double conversion against
-// brute force and hardware, and value semantics of wide values including
-// allocation failure.
+// IEEEFloat: validation, classification and double conversions against the
+// exact oracle, and value semantics of wide values including allocation
+// failure.
 #include "host/ieee_float.h"
 #include "support/packed_order.h"
 #include "tests/common/alloc_failure.h"
+#include "tests/common/fp_oracle_check.h"
 
 #include <gmock/gmock.h>
 #include <gmpxx.h>
@@ -26,9 +27,6 @@ using ::testing::HasSubstr;
 using ::testing::ThrowsMessage;
 
 TEST(IEEEFloat, RejectsInvalidFormatsAndPatterns) {
-  EXPECT_EQ(IEEEFloat::kind_of({11, 21}), IEEEFloat::kind_u32);
-  EXPECT_EQ(IEEEFloat::kind_of({11, 53}), IEEEFloat::kind_u64);
-  EXPECT_EQ(IEEEFloat::kind_of({11, 54}), IEEEFloat::kind_qnumber);
   for (format bad :
        {format{1, 5}, format{5, 1}, format{IEEEFloat::max_width, 2}, format{~std::uint64_t{0}, 3}})
     EXPECT_THAT([&] { IEEEFloat(bad, IEEEFloat::rm_nearest_even); },
@@ -46,50 +44,49 @@ TEST(IEEEFloat, RejectsInvalidFormatsAndPatterns) {
   EXPECT_TRUE(x.is_nan() && x.get_sign() && x.payload_q().is_big());
 }
 
-// Every value of (3, 5) against the definition of the format; doubles round
-// into it exactly, and midpoints go to the even pattern (past the max,
-// rounding acts as if the exponent went on, so 16 is the next value).
-TEST(IEEEFloat, SmallFormatBruteForce) {
-  format const f{3, 5};
+// from_double and to_double round to nearest-even exactly as the oracle
+// converts: every value of (3, 5), classified by its fields, and the doubles
+// at and next to the midpoints between neighbours (past the max, rounding
+// acts as if the exponent went on, so 16 is the next value); random doubles
+// into Float64 and Float128 and spread around the Float32 range
+// (subnormals and overflow included).
+TEST(IEEEFloat, DoubleConversionsRoundLikeTheOracle) {
+  using oracle::Oracle;
+  Oracle const o64(11, 53), o35(3, 5), o32(8, 24), o128(15, 113);
+  auto const check = [&](double d, format f, Oracle const& o) {
+    mpz_class const want = o.convert(oracle::kRNE, o64, std::bit_cast<std::uint64_t>(d));
+    IEEEFloat const x = IEEEFloat::from_double(d, f);
+    ASSERT_EQ(oracle::bits_of(x), want) << d;
+    ASSERT_EQ(std::bit_cast<std::uint64_t>(x.to_double()),
+              o64.convert(oracle::kRNE, o, want).get_ui())
+        << d;
+  };
+  format const f35{3, 5};
   for (std::uint64_t p = 0; p < 256; ++p) {
-    IEEEFloat const x = IEEEFloat::from_bits(p, f);
+    IEEEFloat const x = IEEEFloat::from_bits(p, f35);
     std::uint64_t const exp = (p >> 4) & 7, trail = p & 15;
-    double const d = x.to_double(), sign = p >= 128 ? -1 : 1;
-    EXPECT_EQ(x.is_nan(), exp == 7 && trail != 0) << p;
-    EXPECT_EQ(x.is_inf(), exp == 7 && trail == 0) << p;
+    EXPECT_TRUE(x.is_nan() == (exp == 7 && trail) && x.is_inf() == (exp == 7 && !trail) &&
+                x.is_normal() == (exp && exp < 7) && x.is_subnormal() == (!exp && trail))
+        << p;
     if (exp == 7) continue;
-    double const expect = sign * (exp == 0 ? std::ldexp(trail / 16.0, -2)
-                                           : std::ldexp(1 + trail / 16.0, int(exp) - 3));
-    EXPECT_EQ(std::bit_cast<std::uint64_t>(d), std::bit_cast<std::uint64_t>(expect)) << p;
-    EXPECT_EQ(x.is_subnormal(), d != 0 && std::fabs(d) < 0.25) << p;
-    EXPECT_EQ(x.is_normal(), std::fabs(d) >= 0.25) << p;
-    EXPECT_EQ(IEEEFloat::from_double(d, f).payload_u32(), p);
-    if (p >= 127) continue;
-    double const mid = (d + (p == 111 ? 16.0 : IEEEFloat::from_bits(p + 1, f).to_double())) / 2;
-    EXPECT_EQ(IEEEFloat::from_double(mid, f).payload_u32(), p % 2 == 0 ? p : p + 1);
-    EXPECT_EQ(IEEEFloat::from_double(std::nextafter(mid, 0.0), f).payload_u32(), p);
-    EXPECT_EQ(IEEEFloat::from_double(std::nextafter(mid, 99.0), f).payload_u32(), p + 1);
+    double const d = x.to_double();
+    double const next =
+        (p & 127) == 111 ? std::copysign(16.0, d) : IEEEFloat::from_bits(p + 1, f35).to_double();
+    double const mid = (d + next) / 2;
+    for (double e : {d, mid, std::nextafter(mid, 0.0), std::nextafter(mid, 2 * next)})
+      check(e, f35, o35);
   }
-  EXPECT_EQ(IEEEFloat::from_double(-std::numeric_limits<double>::quiet_NaN(), f).to_str(),
+  EXPECT_EQ(IEEEFloat::from_double(-std::numeric_limits<double>::quiet_NaN(), f35).to_str(),
             "(fp #b1 #b111 #b1000)");
-}
-
-TEST(IEEEFloat, DoubleConversionsMatchHardware) {
   std::mt19937_64 rng(42);
-  for (int i = 0; i < 20000; ++i) {
+  for (int i = 0; i < 2000; ++i) {
     std::uint64_t const bits = rng();
-    double const d = std::bit_cast<double>(bits);
-    if (!std::isnan(d)) {
-      EXPECT_EQ(std::bit_cast<std::uint64_t>(IEEEFloat::from_bits(bits, f64).to_double()), bits);
-      EXPECT_EQ(IEEEFloat::from_double(d, f64).payload_u64(), bits);
-      EXPECT_EQ(IEEEFloat::from_double(d, f128).to_double(), d);
-    }
-    // Doubles spread around the float range, subnormals and overflow included.
-    double const near = -std::ldexp(std::bit_cast<double>((bits >> 12) | 0x3ff0000000000000),
-                                    int(bits % 300) - 160);
-    EXPECT_EQ(IEEEFloat::from_double(near, f32).payload_u32(),
-              std::bit_cast<std::uint32_t>(static_cast<float>(near)))
-        << near;
+    check(-std::ldexp(std::bit_cast<double>((bits >> 12) | 0x3ff0000000000000),
+                      int(bits % 300) - 160),
+          f32, o32);
+    if (std::isnan(std::bit_cast<double>(bits))) continue;
+    check(std::bit_cast<double>(bits), f64, o64);
+    check(std::bit_cast<double>(bits), f128, o128);
   }
 }
 
@@ -123,41 +120,29 @@ TEST(IEEEFloat, WideFormatsRoundToDouble) {
   }
 }
 
-// Wide values copy deeply and across formats; a copy that fails to allocate
-// throws and leaves the destination as it was (LeakSanitizer checks leaks).
+// Wide values copy deeply; a copy that fails to allocate throws and leaves
+// the destination as it was (LeakSanitizer checks leaks).  Copies across
+// formats are the packed order test's.
 TEST(IEEEFloat, ValueSemanticsAndFailedCopies) {
   IEEEFloat const big = IEEEFloat::from_double(-3.0, f128);
   IEEEFloat const tiny = IEEEFloat::from_bits(std::uint64_t{3}, f128); // small form
   IEEEFloat a = big;
   a.self_nan();
   EXPECT_EQ(big.to_double(), -3.0);
-  IEEEFloat narrow; // Float32 +0
-  narrow = big;
-  EXPECT_EQ(narrow.to_str(), big.to_str());
-  narrow = tiny; // a big QNumber stays big, holding a small pattern
+  IEEEFloat narrow = big; // a big QNumber stays big, holding a small pattern
+  narrow = tiny;
   IEEEFloat const& alias = narrow;
   narrow = alias;
   EXPECT_TRUE(narrow.payload_q().is_big() && narrow.is_subnormal() && payload_equal(narrow, tiny));
-  EXPECT_FALSE(IEEEFloat::Packed{&narrow} < IEEEFloat::Packed{&tiny});
   IEEEFloat moved = std::move(a);
   EXPECT_TRUE(moved.is_nan() && a.is_zero() && a.get_format() == f32);
 
   for (IEEEFloat const& start : {IEEEFloat::from_double(0.5, f32), tiny}) {
-    bool fired = true;
-    for (int k = 0; fired; ++k) {
-      IEEEFloat dest = start;
-      bool threw = false;
-      {
-        test::AllocationFailure guard(k);
-        try {
-          dest = big;
-        } catch (std::bad_alloc const&) {
-          threw = true;
-        }
-        fired = test::allocation_failure_fired();
-      }
-      EXPECT_TRUE(threw == fired && dest.to_str() == (threw ? start : big).to_str()) << k;
-    }
+    IEEEFloat dest = start;
+    EXPECT_GT(
+        test::each_failure([&] { dest = big; }, [&] { EXPECT_EQ(dest.to_str(), start.to_str()); }),
+        0);
+    EXPECT_EQ(dest.to_str(), big.to_str());
   }
   test::AllocationFailure guard(0);
   EXPECT_THROW(IEEEFloat{big}, std::bad_alloc);

@@ -19,7 +19,6 @@
 namespace {
 
 using qorv::QNumber;
-constexpr std::int64_t kMax = std::numeric_limits<std::int64_t>::max();
 constexpr std::int64_t kMin = std::numeric_limits<std::int64_t>::min();
 
 TEST(QNumber, CachedDivisorsAreStoredAlongTheEuclidChain) {
@@ -44,17 +43,15 @@ TEST(QNumber, CachedDivisorsAreStoredAlongTheEuclidChain) {
   EXPECT_EQ(wrong, 0);
 }
 
-TEST(QNumber, ConstructionReducesAndRejectsBadInput) {
-  EXPECT_EQ(QNumber(6, -4).to_string(), "-3/2");
-  EXPECT_EQ(QNumber(0, -5).small_den(), 1);
-  EXPECT_EQ(QNumber(-kMax, -kMax).to_string(), "1");
+// Reduction and order of constructed values are the qnumber harness's; the
+// messages and the decimal form are not.
+TEST(QNumber, ConstructionRejectsBadInput) {
   for (auto [num, den] : {std::pair{std::int64_t{5}, std::int64_t{0}}, {kMin, 3}, {3, kMin}})
     EXPECT_THAT([&] { QNumber(num, den); },
                 ::testing::ThrowsMessage<std::invalid_argument>(
                     ::testing::HasSubstr(std::to_string(num) + ", " + std::to_string(den))));
   QNumber const b = QNumber::from_decimal("-246913578024691357802469135782/4");
-  EXPECT_TRUE(b.is_big());
-  EXPECT_EQ(b.to_string(), "-123456789012345678901234567891/2");
+  EXPECT_TRUE(b.is_big() && b.to_string() == "-123456789012345678901234567891/2");
   EXPECT_TRUE(QNumber::from_decimal("0") == QNumber() && QNumber::from_decimal("0").is_big());
   for (char const* bad : {"", "-", "1/", "/2", "1/0", "1/-2", "1.5", " 1", "1/2/3"})
     EXPECT_THROW(QNumber::from_decimal(bad), std::invalid_argument) << '"' << bad << '"';
