@@ -663,22 +663,21 @@ void Solver<R>::trace_backtrack() {
 }
 
 template <class R>
+R Solver<R>::pick(int v) const {
+  Iv const& iv = ev_.cur[v];
+  FormatRanks<R> const& f = ev_.format_of_var(v);
+  if (p_.vars[v].is_bool)
+    return relevant_[v] && iv.hi > f.nan ? R(f.nan + 1) : f.nan; // true when possible
+  if (p_.vars[v].is_rm) return relevant_[v] ? iv.lo : R(0);
+  if (iv.lo <= 0 && 0 <= iv.hi) return 0;
+  return iv.hi < 0 ? iv.hi : iv.lo;
+}
+
+template <class R>
 std::vector<IEEEFloat> Solver<R>::model() const {
   std::vector<IEEEFloat> m;
-  for (std::size_t v = 0; v < p_.vars.size(); ++v) {
-    Iv const& iv = ev_.cur[v];
-    FormatRanks<R> const& f = ev_.format_of_var(static_cast<int>(v));
-    R pick;
-    if (p_.vars[v].is_bool)
-      pick = relevant_[v] && iv.hi > f.nan ? R(f.nan + 1) : f.nan; // true when possible
-    else if (p_.vars[v].is_rm)
-      pick = relevant_[v] ? iv.lo : R(0);
-    else if (iv.lo <= 0 && 0 <= iv.hi)
-      pick = 0;
-    else
-      pick = iv.hi < 0 ? iv.hi : iv.lo;
-    m.push_back(value_of(pick, p_.vars[v].fmt));
-  }
+  for (std::size_t v = 0; v < p_.vars.size(); ++v)
+    m.push_back(value_of(pick(static_cast<int>(v)), p_.vars[v].fmt));
   return m;
 }
 
@@ -725,7 +724,7 @@ Result Solver<R>::run() {
         // the same operands (a conflict), or from an unsound step, which
         // the caller's own check of the model reports.
         std::vector<IEEEFloat> m;
-        if (try_candidate(&m)) {
+        if (try_candidate(&m) || (probe_due() && probe(&m))) {
           res.answer = Answer::sat;
           res.model = std::move(m);
           break;

@@ -21,10 +21,14 @@
 // sat needs a model that the exact evaluation confirms: whenever the
 // assertions are not false over the intervals, the inputs are picked from
 // their intervals, every term is computed exactly (engine/apply.h), and the
-// assertions are evaluated on those values.  With every interval a single
-// value, a term whose value differs from its exact value (or an unspecified
-// result chosen two ways for equal operands) is a conflict.  So answers are
-// sound and the search complete; `unknown` comes only from the limits.
+// assertions are evaluated on those values; after 0, 1, 2, 4, ... decisions
+// a probe also fixes the inputs one at a time, propagating after each, and
+// checks the values it ends with the same way (engine/probe.cpp; undone
+// afterwards, so the search itself does not change).  With every interval a
+// single value, a term whose value differs from its exact value (or an
+// unspecified result chosen two ways for equal operands) is a conflict.  So
+// answers are sound and the search complete; `unknown` comes only from the
+// limits.
 //
 // Deterministic: the heuristic's generator is seeded, and nothing depends on
 // addresses or hash order that varies between runs.
@@ -53,8 +57,9 @@ struct Stats {
   std::uint64_t propagations = 0;     // bounds asserted by propagation
   std::uint64_t learned = 0;          // clauses learned (one per backtrack)
   std::uint64_t learned_literals = 0; // their literals in total
-  std::uint64_t levels_skipped =
-      0; // levels undone beyond the last (decisions the conflicts did not need)
+  // Levels undone beyond the last: decisions the conflicts did not need.
+  std::uint64_t levels_skipped = 0;
+  std::uint64_t probes = 0; // model probes (dives undone afterwards)
   double seconds = 0;
 };
 

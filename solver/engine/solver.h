@@ -117,7 +117,14 @@ private:
   L eval_all() const;
   void trace_backtrack();
   bool out_of_resources() const;
+  // The value the node's candidate model gives v (a rank of v's interval).
+  R pick(int v) const;
   std::vector<IEEEFloat> model() const;
+  // The model probe (probe.cpp): due after 0, 1, 2, 4, ... decisions; a dive
+  // that fixes the inputs one by one with propagation, undone afterwards.
+  // True, with the model in `out`, when the exact check confirms its values.
+  bool probe_due();
+  bool probe(std::vector<IEEEFloat>* out);
   void check_invariants();
 
   Problem const& p_;
@@ -148,6 +155,7 @@ private:
   std::vector<char> clause_var_queued_;
   std::size_t live_clauses_ = 0;
   std::size_t clause_cap_ = 4000;
+  std::uint64_t next_probe_ = 0; // decisions before the next model probe
   Stats stats_;
   std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };

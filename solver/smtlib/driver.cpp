@@ -129,6 +129,11 @@ bool Session::command(SExpr const& cmd) {
     expect_arity(cmd, 4, "(define-sort name () sort)");
     expect_no_params(it[2], "define-sort");
     el_.define_sort(symbol_of(it[1], "the sort"), it[3], it[1]);
+  } else if (name == "declare-sort") {
+    expect_arity(cmd, 3, "(declare-sort name arity)");
+    if (it[2].is_list || it[2].atom.kind != Tok::numeral)
+      throw SmtError(it[2].pos, "expected the sort's arity, a numeral");
+    el_.declare_sort(symbol_of(it[1], "the sort"), it[1]);
   } else if (name == "assert") {
     expect_arity(cmd, 2, "(assert term)");
     el_.assert_formula(it[1]);
@@ -137,14 +142,15 @@ bool Session::command(SExpr const& cmd) {
   } else if (name == "pop") {
     el_.pop(levels_of(cmd), cmd);
   } else {
-    if (name == "declare-sort" || name == "define-funs-rec" || name == "define-fun-rec" ||
-        name == "declare-datatypes" || name == "check-sat-assuming")
+    if (name == "define-funs-rec" || name == "define-fun-rec" || name == "declare-datatypes" ||
+        name == "check-sat-assuming")
       throw SmtError(it[0].pos, "unsupported command '" + name + "' (outside QF_FP)");
-    throw SmtError(it[0].pos,
-                   "unknown command '" + name +
-                       "'; expected set-logic, set-info, set-option, "
-                       "declare-const, declare-fun, define-fun, define-sort, assert, check-sat, "
-                       "get-model, get-value, push, pop or exit");
+    throw SmtError(
+        it[0].pos,
+        "unknown command '" + name +
+            "'; expected set-logic, set-info, set-option, "
+            "declare-const, declare-fun, declare-sort, define-fun, define-sort, assert, check-sat, "
+            "get-model, get-value, push, pop or exit");
   }
   return true;
 }
@@ -175,8 +181,8 @@ void Session::check_sat() {
          << " :split-decisions " << s.split_decisions << " :backtracks " << s.backtracks
          << " :propagations " << s.propagations << " :learned " << s.learned
          << " :learned-literals " << s.learned_literals << " :levels-skipped " << s.levels_skipped
-         << " :time " << std::fixed << std::setprecision(6) << s.seconds << std::defaultfloat
-         << ")\n";
+         << " :probes " << s.probes << " :time " << std::fixed << std::setprecision(6) << s.seconds
+         << std::defaultfloat << ")\n";
   }
   out_.flush();
 }

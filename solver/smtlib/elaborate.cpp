@@ -95,9 +95,11 @@ Elaborator::Sort Elaborator::parse_sort(SExpr const& e) const {
       s.fmt = {11, 53};
     else if (n == "Float128")
       s.fmt = {15, 113};
-    else if (Binding const* b = lookup(n); b && b->is_sort)
+    else if (Binding const* b = lookup(n); b && b->is_sort) {
+      if (b->uninterpreted)
+        throw SmtError(e.pos, "unsupported uninterpreted sort '" + n + "' (outside QF_FP)");
       s = b->sort;
-    else
+    } else
       throw SmtError(e.pos, "unknown sort '" + n +
                                 "'; expected Bool, a floating-point sort or a defined sort");
     return s;
@@ -272,6 +274,13 @@ void Elaborator::define_sort(std::string const& name, SExpr const& sort_e, SExpr
   Binding b;
   b.is_sort = true;
   b.sort = parse_sort(sort_e);
+  bind(name, b, where);
+}
+
+void Elaborator::declare_sort(std::string const& name, SExpr const& where) {
+  Binding b;
+  b.is_sort = true;
+  b.uninterpreted = true;
   bind(name, b, where);
 }
 

@@ -48,6 +48,9 @@ public:
   void define_fun(std::string const& name, SExpr const& params, SExpr const& sort,
                   SExpr const& body, SExpr const& where);
   void define_sort(std::string const& name, SExpr const& sort, SExpr const& where);
+  // An uninterpreted sort: its declaration alone asserts nothing, so it is
+  // accepted; a use of it is outside QF_FP and an error there.
+  void declare_sort(std::string const& name, SExpr const& where);
   void assert_formula(SExpr const& e);
   void push(std::size_t n);
   void pop(std::size_t n, SExpr const& where);
@@ -69,6 +72,7 @@ private:
   };
   struct Binding {
     bool is_sort = false;
+    bool uninterpreted = false;         // declared sorts
     Sort sort;                          // sorts
     Value value;                        // constants and definitions
     std::shared_ptr<Macro const> macro; // definitions with parameters

@@ -77,12 +77,15 @@ Token Lexer::next() {
       t.text.push_back(static_cast<char>(d));
     }
   } else if (c == '|') {
+    // SMT-LIB 2.6 leaves a backslash out of quoted symbols, but model checkers
+    // print it there (ESBMC's |execution_statet::\guard_exec@0!0|) and
+    // other solvers read it; it is taken as an ordinary character, so the
+    // name, and the model printed with it, stays as written.
     t.kind = Tok::symbol;
     for (;;) {
       int d = get();
       if (d == EOF) throw SmtError(t.pos, "unterminated quoted symbol; expected a closing '|'");
       if (d == '|') break;
-      if (d == '\\') throw SmtError(t.pos, "a quoted symbol may not contain '\\'");
       t.text.push_back(static_cast<char>(d));
     }
   } else if (c == ':') {
