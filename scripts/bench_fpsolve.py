@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """fpsolve against z3 and cvc5 on folders of SMT-LIB files.
 
-    bench_fpsolve.py [--fpsolve PATH] [--timeout SECONDS] [--out DIR] [DIR...]
+    bench_fpsolve.py [--fpsolve PATH] [--timeout SECONDS] [--out DIR]
+                     [--reuse JSON [--reuse-solvers z3,cvc5]] [DIR...]
 
 Every .smt2 file under each DIR (read in place, never copied) goes to
 fpsolve, z3 and cvc5, one solver and one problem at a time, each with the
@@ -19,6 +20,11 @@ of fpsolve over the faster peer on the problems all three solve.  Writes
 DIR/fpsolve-bench.md (the table, also printed), DIR/fpsolve-bench.json (every
 run) and DIR/fpsolve-cactus.svg (problems solved within a time, per solver),
 with DIR docs/ by default.
+
+--reuse takes the answers and times of the solvers named by --reuse-solvers
+(z3 and cvc5 by default) from an earlier run's fpsolve-bench.json with the
+same limit, so that after a change to fpsolve only fpsolve runs again; a
+problem that the earlier run lacks runs every solver.
 """
 import argparse
 import json
@@ -169,7 +175,20 @@ def main():
     ap.add_argument("--fpsolve", default=os.path.join(ROOT, "build", "tools", "fpsolve"))
     ap.add_argument("--timeout", type=float, default=60.0)
     ap.add_argument("--out", default=os.path.join(ROOT, "docs"))
+    ap.add_argument("--reuse", help="fpsolve-bench.json of an earlier run with the same limit")
+    ap.add_argument("--reuse-solvers", default="z3,cvc5")
     args = ap.parse_args()
+    earlier, reused = {}, set()
+    if args.reuse:
+        with open(args.reuse) as f:
+            old = json.load(f)
+        if old["timeout"] != args.timeout:
+            sys.exit("bench_fpsolve: %s ran with a %g s limit, not %g s" % (args.reuse, old["timeout"],
+                                                                          args.timeout))
+        earlier = {os.path.normpath(r["file"]): r for r in old["rows"]}
+        reused = set(args.reuse_solvers.split(","))
+        if not reused <= set(SOLVERS):
+            sys.exit("bench_fpsolve: --reuse-solvers takes names among " + ", ".join(SOLVERS))
     dirs = args.dirs
     if not dirs:
         dirs = generate(os.path.join(ROOT, "bench-results", "generated"))
@@ -181,8 +200,12 @@ def main():
         fam = []
         for path in files_of(d):
             answers, seconds = {}, {}
+            before = earlier.get(os.path.normpath(os.path.relpath(path, ROOT)))
             for s in SOLVERS:  # one at a time: the machine is shared
-                answers[s], seconds[s] = run(command(s, args.fpsolve, path), args.timeout)
+                if before and s in reused:
+                    answers[s], seconds[s] = before["answers"][s], before["seconds"][s]
+                else:
+                    answers[s], seconds[s] = run(command(s, args.fpsolve, path), args.timeout)
             expected, source = expected_answer(path, answers)
             row = {"family": os.path.basename(os.path.normpath(d)), "file": os.path.relpath(path, ROOT),
                    "answers": answers, "seconds": seconds, "expected": expected, "source": source}
