@@ -26,6 +26,7 @@
 
 #include <algorithm>
 #include <deque>
+#include <string>
 #include <vector>
 
 namespace fpsolve {
@@ -87,7 +88,14 @@ bool Solver<R>::probe(std::vector<IEEEFloat>* out) {
       if (!alive) restore(mark, at_mark);
     }
   }
-  bool const found = alive && !out_of_resources() && try_candidate(out);
+  // The exact check, also without Defs: an input outside every atom may
+  // still be open, so the intervals alone do not vouch for the values.
+  bool found = false;
+  if (alive && !out_of_resources()) {
+    *out = model();
+    std::string why;
+    found = verify_model(p_, *out, &why, &relevant_);
+  }
   restore(base, at_base);
   return found;
 }

@@ -717,14 +717,18 @@ Result Solver<R>::run() {
     if (opt_.check) check_invariants();
     if (ok) {
       L const s = eval_all();
-      if (s == L::T || (s == L::U && !p_.defs.empty())) {
+      if (s != L::F) {
         // The picked inputs with every term computed exactly: sat when they
         // satisfy the assertions.  With every value single, a failure can
         // only come from two unspecified results that chose differently for
         // the same operands (a conflict), or from an unsound step, which
-        // the caller's own check of the model reports.
+        // the caller's own check of the model reports.  Without Defs the
+        // candidate can only succeed where the assertions are true over the
+        // intervals (then every value of the box is a model), so it is tried
+        // only there; the probe narrows first, so it is worth a try anywhere.
         std::vector<IEEEFloat> m;
-        if (try_candidate(&m) || (probe_due() && probe(&m))) {
+        bool const candidate = s == L::T || !p_.defs.empty();
+        if ((candidate && try_candidate(&m)) || (probe_due() && probe(&m))) {
           res.answer = Answer::sat;
           res.model = std::move(m);
           break;
