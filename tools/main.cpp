@@ -25,13 +25,15 @@ namespace {
 
 int usage(char const* why) {
   if (why) std::cerr << "fpsolve: " << why << "\n";
-  std::cerr << "usage: fpsolve [--stats] [--trace] [--check] [--max-decisions N] [--timeout "
-               "SECONDS] [FILE | -]\n"
+  std::cerr << "usage: fpsolve [--stats] [--trace] [--check] [--no-probe] [--max-decisions N] "
+               "[--timeout SECONDS] [FILE | -]\n"
                "  FILE          an SMT-LIB 2.6 script; '-' reads standard input\n"
                "  (no FILE)     solve the built-in showcase problem, with statistics\n"
                "  --stats       decisions, backtracks, propagations, learning and time after each "
                "check-sat\n"
                "  --trace       search frames of the asserted terms at every backtrack\n"
+               "  --check       cross-check the search state against the trail at every step\n"
+               "  --no-probe    search without the model probe (the same search, sat found later)\n"
                "  --max-decisions N, --timeout SECONDS   answer unknown when exhausted\n"
                "exit status: 0; 1 bad input; 2 bad options; 3 a model failed the exact check\n";
   return why ? 2 : 0;
@@ -58,6 +60,8 @@ int main(int argc, char** argv) {
       opt.search.trace = &std::cout;
     else if (a == "--check")
       opt.search.check = true;
+    else if (a == "--no-probe")
+      opt.search.probe = false;
     else if (a == "--help" || a == "-h")
       return usage(nullptr);
     else if (a == "--max-decisions" || a == "--timeout") {

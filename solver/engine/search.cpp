@@ -728,7 +728,7 @@ Result Solver<R>::run() {
         // only there; the probe narrows first, so it is worth a try anywhere.
         std::vector<IEEEFloat> m;
         bool const candidate = s == L::T || !p_.defs.empty();
-        if ((candidate && try_candidate(&m)) || (probe_due() && probe(&m))) {
+        if ((candidate && try_candidate(&m)) || (opt_.probe && probe_due() && probe(&m))) {
           res.answer = Answer::sat;
           res.model = std::move(m);
           break;

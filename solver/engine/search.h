@@ -47,6 +47,7 @@ struct Options {
   double timeout_seconds = 0;      // 0: no limit
   std::ostream* trace = nullptr;   // search frames at every backtrack
   bool check = false;              // verify the trail against the search state at every step
+  bool probe = true;               // run the model probe (engine/probe.cpp)
 };
 
 struct Stats {

@@ -330,18 +330,29 @@ void check_rounds(std::mt19937& rng, std::vector<Round> const& rounds, int least
     for (int i = 0; i < round.problems; ++i) {
       std::string const text = round.arith ? random_arith_problem(rng, round.f, round.vars)
                                            : random_problem(rng, round.f, round.vars);
+      // Each problem twice: with the model probe, as fpsolve runs, and
+      // without it, where every sat comes from the search and the search
+      // meets more conflicts (learning and backjumps at work).
       Problem p;
       build(p, text);
       Options opt;
       opt.check = true;
+      opt.probe = false;
+      Result const bare = solve(p, opt);
+      opt.probe = true;
       Result const r = solve(p, opt);
       ASSERT_NE(r.answer, Answer::unknown) << text;
-      skipped += r.stats.levels_skipped;
+      ASSERT_EQ(r.answer, bare.answer) << text;
+      skipped += bare.stats.levels_skipped;
       if (r.answer == Answer::sat) {
-        std::vector<std::uint64_t> a;
-        for (std::size_t v = 0; v < p.vars.size(); ++v)
-          a.push_back(p.vars[v].is_bool ? !r.model[v].is_nan() : r.model[v].payload_u64());
-        EXPECT_TRUE(Oracle(p, a).holds()) << "model fails: " << text;
+        for (Result const* run : {&bare, &r}) {
+          std::vector<std::uint64_t> a;
+          for (std::size_t v = 0; v < p.vars.size(); ++v) {
+            IEEEFloat const& x = run->model[v];
+            a.push_back(p.vars[v].is_bool ? !x.is_nan() : x.payload_u64());
+          }
+          EXPECT_TRUE(Oracle(p, a).holds()) << "model fails: " << text;
+        }
         ++sat;
       } else {
         EXPECT_FALSE(satisfiable(p)) << "unsat, yet satisfiable: " << text;
