@@ -220,6 +220,9 @@ def main():
              if r["answers"][s] in ("sat", "unsat") and r["expected"] and r["answers"][s] != r["expected"]]
     disputed = [r["file"] for r in rows if r["source"] == "disputed"]
     notes = ["", "Limit %g s per solver and problem; one solver at a time." % args.timeout]
+    if reused:
+        notes.append("%s: answers and times taken from an earlier run with the same limit (%s)." %
+                     (", ".join(sorted(reused)), os.path.basename(args.reuse)))
     for r in wrong:
         notes.append("- wrong: %s expected %s (%s), answers %s" % (r["file"], r["expected"], r["source"],
                                                                    r["answers"]))
