@@ -74,7 +74,7 @@ bool Solver<R>::probe(std::vector<IEEEFloat>* out) {
     if (c.lo == c.hi) continue;
     R const first = pick(v);
     R const other = first == c.lo ? c.hi : c.lo;
-    R const mid = c.lo + (c.hi - c.lo) / 2;
+    R const mid = mid_rank(c.lo, c.hi);
     // A Boolean has two values, the first two tries; the middle of a
     // Boolean's interval would be "true" again.
     std::size_t const n = p_.vars[v].is_bool ? 2 : 3;

@@ -63,6 +63,18 @@ IEEEFloat value_of(R const& r, IEEEFloat::format f) {
   return qorv::from_packed_rank(z.get_mpz_t(), f);
 }
 
+// floor((a + b) / 2) for a <= b.  Two ranks of a 128-bit format can lie
+// almost 2^128 apart, so b - a is never formed for 128-bit ranks; the sum is
+// split into its common and differing bits instead (a + b = 2 (a & b) +
+// (a ^ b), and >> rounds toward -inf).
+template <class R>
+R mid_rank(R const& a, R const& b) {
+  if constexpr (std::is_same_v<R, i128>)
+    return (a & b) + ((a ^ b) >> 1);
+  else
+    return a + (b - a) / 2;
+}
+
 template <class R>
 R mx(R const& a, R const& b) {
   return a < b ? b : a;

@@ -412,8 +412,8 @@ Set<R> Solver<R>::shave(FpOp op, std::vector<Bounds<R>> a, std::size_t i, unsign
   if (misses(Set<R>{false, s.lo, s.hi})) return Set<R>{s.nan, R(1), R(0)};
   if (misses(Set<R>{false, s.lo, s.lo})) { // [s.lo, bad] has no candidate
     R bad = s.lo, good = s.hi;
-    while (R(good - bad) > 1) {
-      R const mid = bad + R(good - bad) / 2;
+    while (R(bad + 1) < good) {
+      R const mid = mid_rank(bad, good);
       if (misses(Set<R>{false, s.lo, mid}))
         bad = mid;
       else
@@ -423,8 +423,8 @@ Set<R> Solver<R>::shave(FpOp op, std::vector<Bounds<R>> a, std::size_t i, unsign
   }
   if (misses(Set<R>{false, s.hi, s.hi})) { // [bad, s.hi] has no candidate
     R bad = s.hi, good = s.lo;
-    while (R(bad - good) > 1) {
-      R const mid = good + R(bad - good) / 2;
+    while (R(good + 1) < bad) {
+      R const mid = mid_rank(good, bad);
       if (misses(Set<R>{false, mid, s.hi}))
         bad = mid;
       else
