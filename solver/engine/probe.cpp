@@ -88,8 +88,8 @@ bool Solver<R>::probe(std::vector<IEEEFloat>* out) {
       if (!alive) restore(mark, at_mark);
     }
   }
-  // The exact check, also without Defs: an input outside every atom may
-  // still be open, so the intervals alone do not vouch for the values.
+  // The exact check in every case: the dive ends where the assertions are
+  // not false over the intervals, which, unlike true, vouches for nothing.
   bool found = false;
   if (alive && !out_of_resources()) {
     *out = model();
