@@ -55,9 +55,9 @@ int main(int argc, char** argv) {
     std::string a = argv[i];
     double n = 0;
     if (a == "--stats")
-      opt.stats = true;
+      opt.search.stats = true;
     else if (a == "--trace")
-      opt.search.trace = &std::cout;
+      opt.search.trace = true, opt.search.trace_out = &std::cout;
     else if (a == "--check")
       opt.search.check = true;
     else if (a == "--no-probe")
@@ -69,7 +69,7 @@ int main(int argc, char** argv) {
         return usage(("expected a number after " + a).c_str());
       ++i;
       if (a == "--timeout")
-        opt.search.timeout_seconds = n;
+        opt.search.timeout = n;
       else
         opt.search.max_decisions = static_cast<std::uint64_t>(n);
     } else if (a.size() > 1 && a[0] == '-')
@@ -82,7 +82,7 @@ int main(int argc, char** argv) {
   if (!file) {
     std::cout << "; fpsolve showcase (run 'fpsolve FILE' to solve an SMT-LIB script)\n";
     std::istringstream in(fpsolve::kShowcase);
-    opt.stats = true;
+    opt.search.stats = true;
     return fpsolve::run_script(in, std::cout, opt);
   }
   if (std::strcmp(file, "-") == 0) return fpsolve::run_script(std::cin, std::cout, opt);

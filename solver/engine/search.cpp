@@ -641,16 +641,16 @@ L Solver<R>::eval_all() const {
 template <class R>
 bool Solver<R>::out_of_resources() const {
   if (opt_.max_decisions && stats_.decisions >= opt_.max_decisions) return true;
-  if (opt_.timeout_seconds > 0) {
+  if (opt_.timeout > 0) {
     std::chrono::duration<double> d = std::chrono::steady_clock::now() - start_;
-    if (d.count() >= opt_.timeout_seconds) return true;
+    if (d.count() >= opt_.timeout) return true;
   }
   return false;
 }
 
 template <class R>
 void Solver<R>::trace_backtrack() {
-  std::ostream& out = *opt_.trace;
+  std::ostream& out = *opt_.trace_out;
   qorv::FpValueElement element;
   for (qorv::FpBoundElement const* e : trail_.bounds)
     element.terms.insert(e->term());
@@ -752,7 +752,7 @@ Result Solver<R>::run() {
     }
     if (!ok) {
       ++stats_.backtracks;
-      if (opt_.trace) trace_backtrack();
+      if (opt_.trace && opt_.trace_out) trace_backtrack();
       if (levels_.empty()) {
         res.answer = Answer::unsat;
         break;

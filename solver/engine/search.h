@@ -34,40 +34,24 @@
 // addresses or hash order that varies between runs.
 #pragma once
 
+#include "engine/options.h"
 #include "engine/problem.h"
+#include "engine/stats.h"
 
 #include <cstdint>
 #include <ostream>
+#include <string>
 #include <vector>
 
 namespace fpsolve {
-
-struct Options {
-  std::uint64_t max_decisions = 0; // 0: no limit
-  double timeout_seconds = 0;      // 0: no limit
-  std::ostream* trace = nullptr;   // search frames at every backtrack
-  bool check = false;              // verify the trail against the search state at every step
-  bool probe = true;               // run the model probe (engine/probe.cpp)
-};
-
-struct Stats {
-  std::uint64_t decisions = 0;
-  std::uint64_t nan_decisions = 0;   // "is it NaN?" decisions
-  std::uint64_t split_decisions = 0; // interval splits
-  std::uint64_t backtracks = 0;
-  std::uint64_t propagations = 0;     // bounds asserted by propagation
-  std::uint64_t learned = 0;          // clauses learned (one per backtrack)
-  std::uint64_t learned_literals = 0; // their literals in total
-  // Levels undone beyond the last: decisions the conflicts did not need.
-  std::uint64_t levels_skipped = 0;
-  std::uint64_t probes = 0; // model probes (dives undone afterwards)
-  double seconds = 0;
-};
 
 enum class Answer { sat, unsat, unknown };
 
 struct Result {
   Answer answer = Answer::unknown;
+  // Why the answer is unknown: "timeout" or "resourceout" (max-decisions);
+  // empty otherwise.
+  std::string reason_unknown;
   // One value per variable; Booleans: true when not NaN; rounding modes
   // as rm_value.  The values of terms (Def variables) are their exact values.
   std::vector<IEEEFloat> model;

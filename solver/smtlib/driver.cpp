@@ -10,7 +10,6 @@
 
 #include <iostream>
 
-#include <iomanip>
 #include <memory>
 
 namespace fpsolve {
@@ -175,15 +174,7 @@ void Session::check_sat() {
            : r.answer == Answer::unsat ? "unsat"
                                        : "unknown")
        << "\n";
-  if (opt_.stats) {
-    Stats const& s = r.stats;
-    out_ << "(:decisions " << s.decisions << " :nan-first-decisions " << s.nan_decisions
-         << " :split-decisions " << s.split_decisions << " :backtracks " << s.backtracks
-         << " :propagations " << s.propagations << " :learned " << s.learned
-         << " :learned-literals " << s.learned_literals << " :levels-skipped " << s.levels_skipped
-         << " :probes " << s.probes << " :time " << std::fixed << std::setprecision(6) << s.seconds
-         << std::defaultfloat << ")\n";
-  }
+  if (opt_.search.stats) print_stats(out_, r.stats);
   out_.flush();
 }
 

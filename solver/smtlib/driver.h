@@ -12,7 +12,6 @@ namespace fpsolve {
 
 struct DriverOptions {
   Options search;
-  bool stats = false; // statistics after every check-sat
 };
 
 // The exit status: 0 after a clean run, 1 after an error.

@@ -141,8 +141,9 @@ TEST(Fpsolve, LimitsStatsAndTrace) {
   EXPECT_EQ(run(hard, limited).out, "unknown\n");
   std::ostringstream trace;
   DriverOptions traced;
-  traced.stats = true;
-  traced.search.trace = &trace;
+  traced.search.stats = true;
+  traced.search.trace = true;
+  traced.search.trace_out = &trace;
   Outcome r = run(hard, traced);
   EXPECT_EQ(r.out.substr(0, 6), "unsat\n");
   EXPECT_NE(r.out.find("(:decisions "), std::string::npos);
@@ -155,8 +156,8 @@ TEST(Fpsolve, LimitsStatsAndTrace) {
   Outcome probed = run("(declare-const x Float64)(declare-const y Float64)(declare-const z Float64)"
                        "(assert (fp.leq x y))(assert (fp.lt y (fp.add RNE x z)))(check-sat)",
                        traced);
-  EXPECT_EQ(probed.out.substr(0, 18), "sat\n(:decisions 0 ") << probed.out;
-  EXPECT_NE(probed.out.find(":probes 1 "), std::string::npos) << probed.out;
+  EXPECT_EQ(probed.out.substr(0, 18), "sat\n(:decisions 0\n") << probed.out;
+  EXPECT_NE(probed.out.find(":probes 1\n"), std::string::npos) << probed.out;
   // Without arithmetic too: x = y but x distinct from |y| needs a negative x;
   // bisection alone took 18,732 decisions (most of the positive half).
   // In Float128 the probe's middle of [NaN, +inf] spans almost 2^128 ranks.
@@ -165,7 +166,7 @@ TEST(Fpsolve, LimitsStatsAndTrace) {
     probed = run("(declare-const x " + s + ")(declare-const y " + s +
                      ")(assert (= x y))(assert (distinct x (fp.abs y)))(check-sat)",
                  traced);
-    EXPECT_EQ(probed.out.substr(0, 18), "sat\n(:decisions 0 ") << probed.out;
+    EXPECT_EQ(probed.out.substr(0, 18), "sat\n(:decisions 0\n") << probed.out;
   }
 }
 
