@@ -95,7 +95,7 @@ bool complete_with(Problem const& p, Evaluator<mpz_class>& ev, std::vector<IEEEF
     IEEEFloat value;
     bool specified = true;
     if (d.op == FpOp::ite) {
-      value = operand_value(p, model, d.args[ev.eval(d.cond) == L::T ? 0 : 1]);
+      value = operand_value(p, model, d.args[ev.eval(d.cond) == l_True ? 0 : 1]);
     } else {
       std::vector<IEEEFloat> args;
       for (int o : d.args)
@@ -148,7 +148,7 @@ bool verify_model(Problem const& p, std::vector<IEEEFloat>& model, std::string* 
   complete_with(p, ev, model, &changed_specified, claims, why);
   if (changed_specified) return false;
   for (std::size_t i = 0; i < p.assertions.size(); ++i)
-    if (ev.eval(p.assertions[i]) != L::T) {
+    if (ev.eval(p.assertions[i]) != l_True) {
       *why = "assertion " + std::to_string(i + 1) + " is false under the model";
       return false;
     }

@@ -2,14 +2,16 @@
 //
 // `cur` holds the current rank interval [lo, hi] of every variable.  The image
 // of an operand is exact: fp.neg and fp.abs map a rank range onto a rank range
-// (plus NaN when the variable may be NaN).  An atom is T only when it holds
-// for every combination of values in its operands' images, F only when it
-// holds for none; so T and F are sound even where operands share a variable,
+// (plus NaN when the variable may be NaN).  An atom is true only when it holds
+// for every combination of values in its operands' images, false only when it
+// holds for none; so true and false are sound even where operands share a variable,
 // and with every interval a single value the evaluation is exact.
 #pragma once
 
 #include "engine/problem.h"
 #include "engine/ranks.h"
+
+#include "host/theory_lit.h"
 
 #include <map>
 #include <utility>
@@ -17,10 +19,14 @@
 
 namespace fpsolve {
 
-enum class L : std::uint8_t { T, F, U };
+// Truth values are the library's three-valued type.
+using qorv::l_False;
+using qorv::l_True;
+using qorv::l_Undef;
+using qorv::lbool;
 
-inline L lnot(L v) {
-  return v == L::T ? L::F : v == L::F ? L::T : L::U;
+inline lbool lnot(lbool v) {
+  return v == l_True ? l_False : v == l_False ? l_True : l_Undef;
 }
 
 template <class R>
@@ -70,50 +76,61 @@ public:
     return s;
   }
 
-  L eval(int n) const {
+  // The conjunction of the nodes `roots` (the assertions).
+  lbool eval_all(std::vector<int> const& roots) const {
+    lbool all = l_True;
+    for (int r : roots) {
+      lbool const v = eval(r);
+      if (v == l_False) return l_False;
+      if (v == l_Undef) all = l_Undef;
+    }
+    return all;
+  }
+
+  lbool eval(int n) const {
     Node const& nd = p.nodes[n];
     switch (nd.op) {
     case Op::t:
-      return L::T;
+      return l_True;
     case Op::f:
-      return L::F;
+      return l_False;
     case Op::bvar: {
       Iv const& iv = cur[nd.a];
       R const& nan = fr[var_fmt[nd.a]].nan;
-      return iv.lo > nan ? L::T : iv.hi == nan ? L::F : L::U;
+      return iv.lo > nan ? l_True : iv.hi == nan ? l_False : l_Undef;
     }
     case Op::not_:
       return lnot(eval(nd.kids[0]));
     case Op::and_:
     case Op::or_: {
-      L const stop = nd.op == Op::and_ ? L::F : L::T;
-      L r = lnot(stop);
+      lbool const stop = nd.op == Op::and_ ? l_False : l_True;
+      lbool r = lnot(stop);
       for (int k : nd.kids) {
-        L v = eval(k);
+        lbool v = eval(k);
         if (v == stop) return stop;
-        if (v == L::U) r = L::U;
+        if (v == l_Undef) r = l_Undef;
       }
       return r;
     }
     case Op::xor_: {
       bool parity = false;
       for (int k : nd.kids) {
-        L v = eval(k);
-        if (v == L::U) return L::U;
-        parity ^= v == L::T;
+        lbool v = eval(k);
+        if (v == l_Undef) return l_Undef;
+        parity ^= v == l_True;
       }
-      return parity ? L::T : L::F;
+      return parity ? l_True : l_False;
     }
     case Op::iff: {
-      L a = eval(nd.kids[0]), b = eval(nd.kids[1]);
-      if (a == L::U || b == L::U) return L::U;
-      return a == b ? L::T : L::F;
+      lbool a = eval(nd.kids[0]), b = eval(nd.kids[1]);
+      if (a == l_Undef || b == l_Undef) return l_Undef;
+      return a == b ? l_True : l_False;
     }
     case Op::ite: {
-      L c = eval(nd.kids[0]);
-      if (c != L::U) return eval(nd.kids[c == L::T ? 1 : 2]);
-      L a = eval(nd.kids[1]);
-      return a != L::U && a == eval(nd.kids[2]) ? a : L::U;
+      lbool c = eval(nd.kids[0]);
+      if (c != l_Undef) return eval(nd.kids[c == l_True ? 1 : 2]);
+      lbool a = eval(nd.kids[1]);
+      return a != l_Undef && a == eval(nd.kids[2]) ? a : l_Undef;
     }
     default:
       return atom(nd);
@@ -183,11 +200,11 @@ public:
     return out;
   }
 
-  L atom(Node const& nd) const {
+  lbool atom(Node const& nd) const {
     if (same_var(nd)) {
       Set<R> const t = same_var_set(nd, true), fl = same_var_set(nd, false);
       bool const pt = t.nan || t.has_num(), pf = fl.nan || fl.has_num();
-      return !pt ? L::F : pf ? L::U : L::T;
+      return !pt ? l_False : pf ? l_Undef : l_True;
     }
     Set<R> const a = img(nd.a);
     bool possible_true = false, possible_false = false;
@@ -196,7 +213,7 @@ public:
     case Op::lt:
     case Op::fp_eq: {
       Set<R> const b = img(nd.b);
-      if (!a.has_num() || !b.has_num()) return L::F;
+      if (!a.has_num() || !b.has_num()) return l_False;
       R const alo = key(a.lo), ahi = key(a.hi), blo = key(b.lo), bhi = key(b.hi);
       if (nd.op == Op::leq) {
         possible_true = alo <= bhi;
@@ -235,7 +252,7 @@ public:
       possible_false = possible_false || (a.has_num() && !inside);
     }
     }
-    return !possible_true ? L::F : possible_false ? L::U : L::T;
+    return !possible_true ? l_False : possible_false ? l_Undef : l_True;
   }
 
   Problem const& p;

@@ -1,59 +1,47 @@
-// Conflict learning for the search loop: clauses over bound literals, their
-// propagation by two watched literals, and the backjump after a conflict.
-//
-// On a conflict under decisions D0..Dk (each a bound "v >= r" or "v <= r"),
-// the assertions, the clauses learned so far and D0..Dk together propagate
-// to a contradiction, so "not D0 or ... or not Dk" follows from the
-// assertions.  It is generalised by a binary search for the shortest prefix
-// D0..Dj-1 that still propagates to a contradiction together with Dk alone;
-// every test asserts Dk on top of an earlier level's trail, so each costs
-// one bound and its propagation.  A test only ever shortens the clause when
-// it has seen the contradiction itself, so the clause is sound whatever the
-// shape of the propagators; the full clause is the fallback.  The search
-// then undoes every level above j-1 and asserts "not Dk" there, where all
-// other literals of the clause are false (the clause is unit).
-//
-// Termination: each backjump strictly narrows an interval at level j-1 < k,
-// and intervals are finite, so the sequence of interval states ordered level
-// by level decreases; a conflict with no decision left is unsat.
-#include "engine/solver.h"
+// Conflict learning (see learning.h).
+#include "engine/learning.h"
+
+#include "engine/propagation.h"
+
+#include "support/invariant.h"
 
 #include <algorithm>
+#include <cassert>
+#include <cstdint>
+#include <string>
 #include <utility>
 
 namespace fpsolve {
 
 template <class R>
-typename Solver<R>::Truth Solver<R>::truth(BoundLit const& l) const {
-  Iv const& c = ev_.cur[l.var];
+typename ClauseStore<R>::Truth ClauseStore<R>::truth(BoundLit const& l) const {
+  auto const& c = tc_.ev.cur[l.var];
   if (l.lower) return l.rank <= c.lo ? Truth::yes : c.hi < l.rank ? Truth::no : Truth::open;
   return c.hi <= l.rank ? Truth::yes : l.rank < c.lo ? Truth::no : Truth::open;
 }
 
 template <class R>
-bool Solver<R>::make_true(BoundLit const& l) {
-  Iv const c = ev_.cur[l.var];
-  return l.lower ? narrow(l.var, l.rank, c.hi) : narrow(l.var, c.lo, l.rank);
+bool ClauseStore<R>::make_true(BoundLit const& l) {
+  auto const c = tc_.ev.cur[l.var];
+  return l.lower ? tc_.narrow(l.var, l.rank, c.hi) : tc_.narrow(l.var, c.lo, l.rank);
 }
 
 template <class R>
-typename Solver<R>::BoundLit Solver<R>::negation_of(Level const& lv) const {
+typename ClauseStore<R>::BoundLit ClauseStore<R>::negation_of(Level const& lv) {
   R const r = rank_of<R>(lv.value);
-  return lv.flag ? BoundLit{lv.var, false, R(r - 1)} : BoundLit{lv.var, true, R(r + 1)};
+  return lv.lower ? BoundLit{lv.var, false, R(r - 1)} : BoundLit{lv.var, true, R(r + 1)};
 }
 
-// lits[0] is the literal the clause forces, lits[1] the one false at the
-// highest level below: the two watches that stay valid on backtracking.
 template <class R>
-void Solver<R>::add_clause(std::vector<BoundLit> lits) {
-  ++stats_.learned;
-  stats_.learned_literals += lits.size();
+void ClauseStore<R>::add(std::vector<BoundLit> lits) {
+  ++ctx_.stats.learned;
+  ctx_.stats.learned_literals += lits.size();
   if (lits.size() < 2) return; // a unit: asserted at the root, never undone
   int const id = static_cast<int>(clauses_.size());
-  clause_watch_[lits[0].var].push_back(id);
-  if (lits[1].var != lits[0].var) clause_watch_[lits[1].var].push_back(id);
+  queue_.clause_watch[lits[0].var].push_back(id);
+  if (lits[1].var != lits[0].var) queue_.clause_watch[lits[1].var].push_back(id);
   clauses_.push_back(Clause{std::move(lits)});
-  if (++live_clauses_ > clause_cap_) reduce_clauses();
+  if (++live_ > cap_) reduce();
 }
 
 // Deletes the older half of the clauses (every clause is a consequence of
@@ -61,20 +49,20 @@ void Solver<R>::add_clause(std::vector<BoundLit> lits) {
 // that only finitely many reductions happen.  Watch lists drop the deleted
 // clauses when next visited.
 template <class R>
-void Solver<R>::reduce_clauses() {
-  std::size_t drop = live_clauses_ / 2;
+void ClauseStore<R>::reduce() {
+  std::size_t drop = live_ / 2;
   for (std::size_t c = 0; c + 1 < clauses_.size() && drop > 0; ++c)
     if (!clauses_[c].lits.empty()) {
       std::vector<BoundLit>().swap(clauses_[c].lits);
-      --live_clauses_;
+      --live_;
       --drop;
     }
-  clause_cap_ += clause_cap_ / 2;
+  cap_ += cap_ * ctx_.opt.clause_growth / 100;
 }
 
 template <class R>
-bool Solver<R>::propagate_clauses(int v) {
-  std::vector<int>& ws = clause_watch_[v];
+bool ClauseStore<R>::propagate_clauses(int v) {
+  std::vector<int>& ws = queue_.clause_watch[v];
   std::size_t kept = 0, i = 0;
   bool ok = true;
   for (; i < ws.size() && ok; ++i) {
@@ -92,7 +80,7 @@ bool Solver<R>::propagate_clauses(int v) {
         std::swap(lits[w], lits[k]);
         int const to = lits[w].var;
         if (to == v) continue;
-        if (lits[1 - w].var != to) clause_watch_[to].push_back(c);
+        if (lits[1 - w].var != to) queue_.clause_watch[to].push_back(c);
         stays = lits[1 - w].var == v;
         continue;
       }
@@ -109,15 +97,10 @@ bool Solver<R>::propagate_clauses(int v) {
 }
 
 template <class R>
-bool Solver<R>::drain_clauses() {
-  while (!clause_vars_.empty()) {
-    int const v = clause_vars_.back();
-    clause_vars_.pop_back();
-    clause_var_queued_[v] = 0;
-    if (!propagate_clauses(v)) {
-      for (int u : clause_vars_)
-        clause_var_queued_[u] = 0;
-      clause_vars_.clear();
+bool ClauseStore<R>::drain() {
+  while (!queue_.clause_vars_empty()) {
+    if (!propagate_clauses(queue_.pop_clause_var())) {
+      queue_.clear_clause_vars();
       return false;
     }
   }
@@ -125,16 +108,61 @@ bool Solver<R>::drain_clauses() {
 }
 
 template <class R>
-bool Solver<R>::learn_and_backjump() {
-  int const k = static_cast<int>(levels_.size());
+void ClauseStore<R>::check_invariants() const {
+  int const nv = static_cast<int>(ctx_.p.vars.size());
+  for (std::size_t c = 0; c < clauses_.size(); ++c) {
+    std::vector<BoundLit> const& lits = clauses_[c].lits;
+    if (!lits.empty() && (lits.size() < 2 || lits[0].var < 0 || lits[0].var >= nv ||
+                          lits[1].var < 0 || lits[1].var >= nv))
+      qorv::invariant_violated("fpsolve clauses", "a clause without two valid watched literals",
+                               std::to_string(c));
+  }
+  // One pass over the watch lists: bit w of found[c] says that the list of
+  // lits[w].var holds c.
+  std::vector<unsigned char> found(clauses_.size(), 0);
+  for (int u = 0; u < nv; ++u)
+    for (int c : queue_.clause_watch[u]) {
+      std::vector<BoundLit> const& lits = clauses_[c].lits;
+      if (lits.empty()) continue;
+      if (lits[0].var == u) found[c] |= 1;
+      if (lits[1].var == u) found[c] |= 2;
+    }
+  for (std::size_t c = 0; c < clauses_.size(); ++c)
+    if (!clauses_[c].lits.empty() && found[c] != 3)
+      qorv::invariant_violated("fpsolve clauses", "a clause missing from a watch list",
+                               std::to_string(c));
+}
+
+template <class R>
+bool Learner<R>::resolve_conflict() {
+  PhaseTimer const timer(ctx_.stats.learning_time);
+  return ctx_.opt.learning ? learn_and_backjump() : backtrack_chronologically();
+}
+
+template <class R>
+bool Learner<R>::backtrack_chronologically() {
+  std::vector<Level>& levels = ctx_.levels;
+  assert(!levels.empty() && "a conflict above the root");
+  Level const top = levels.back();
+  levels.pop_back();
+  tc_.backtrack_to(top.trail_length);
+  if (queue_.lost) queue_.enqueue_all();
+  return clauses_.make_true(ClauseStore<R>::negation_of(top)) && propagation_.deduce();
+}
+
+template <class R>
+bool Learner<R>::learn_and_backjump() {
+  std::vector<Level>& levels = ctx_.levels;
+  int const k = static_cast<int>(levels.size());
   assert(k > 0 && "a conflict above the root");
-  Level const top = levels_.back();
+  Level const top = levels.back();
   // Whether D0..Dj-1 and Dk alone propagate to a conflict.
   auto conflicts_from = [&](int j) {
-    backtrack_to(levels_[j].trail_length);
-    if (lost_) enqueue_all();
-    auto* e = domain_.new_FpBoundElement(top.flag, p_.vars[top.var].term, top.value);
-    return !(assert_element(e, top.var) && deduce() && eval_all() != L::F);
+    tc_.backtrack_to(levels[j].trail_length);
+    if (queue_.lost) queue_.enqueue_all();
+    auto* e = tc_.domain.new_FpBoundElement(top.lower, ctx_.p.vars[top.var].term, top.value);
+    return !(tc_.assert_element(e, top.var) && propagation_.deduce() &&
+             tc_.ev.eval_all(ctx_.roots) != l_False);
   };
   // Decisions are dropped from the top down, by 1, 2, 4, ... levels, while
   // the conflict stays; the first test that finds none ends the search, and
@@ -145,39 +173,29 @@ bool Solver<R>::learn_and_backjump() {
     if (!conflicts_from(lowest)) break;
     hi = lowest;
   }
-  std::vector<BoundLit> lits{negation_of(top)};
+  std::vector<BoundLit> lits{ClauseStore<R>::negation_of(top)};
   for (int j = hi - 1; j >= 0; --j)
-    lits.push_back(negation_of(levels_[j]));
-  stats_.levels_skipped += static_cast<std::uint64_t>(k - 1 - hi);
-  backtrack_to(levels_[lowest].trail_length);
-  if (lost_) enqueue_all();
+    lits.push_back(ClauseStore<R>::negation_of(levels[j]));
+  ctx_.stats.levels_skipped += static_cast<std::uint64_t>(k - 1 - hi);
+  tc_.backtrack_to(levels[lowest].trail_length);
+  if (queue_.lost) queue_.enqueue_all();
   for (int j = lowest; j < hi; ++j) {
-    Level& lv = levels_[j];
-    lv.trail_length = trail_.size();
-    auto* e = domain_.new_FpBoundElement(lv.flag, p_.vars[lv.var].term, lv.value);
-    if (!(assert_element(e, lv.var) && deduce())) { // clauses learned since bite here
-      levels_.resize(static_cast<std::size_t>(j) + 1);
-      add_clause(std::move(lits));
+    Level& lv = levels[j];
+    lv.trail_length = tc_.trail.size();
+    auto* e = tc_.domain.new_FpBoundElement(lv.lower, ctx_.p.vars[lv.var].term, lv.value);
+    if (!(tc_.assert_element(e, lv.var) && propagation_.deduce())) { // clauses learned since bite
+      levels.resize(static_cast<std::size_t>(j) + 1);
+      clauses_.add(std::move(lits));
       return false;
     }
   }
-  levels_.resize(static_cast<std::size_t>(hi));
+  levels.resize(static_cast<std::size_t>(hi));
   BoundLit const forced = lits[0];
-  add_clause(std::move(lits));
-  return make_true(forced) && deduce();
+  clauses_.add(std::move(lits));
+  return clauses_.make_true(forced) && propagation_.deduce();
 }
 
-#define FPSOLVE_LEARNING(R)                                                                        \
-  template typename Solver<R>::Truth Solver<R>::truth(BoundLit const&) const;                      \
-  template bool Solver<R>::make_true(BoundLit const&);                                             \
-  template typename Solver<R>::BoundLit Solver<R>::negation_of(Level const&) const;                \
-  template void Solver<R>::add_clause(std::vector<BoundLit>);                                      \
-  template void Solver<R>::reduce_clauses();                                                       \
-  template bool Solver<R>::propagate_clauses(int);                                                 \
-  template bool Solver<R>::drain_clauses();                                                        \
-  template bool Solver<R>::learn_and_backjump();
-FPSOLVE_LEARNING(i128)
-FPSOLVE_LEARNING(mpz_class)
-#undef FPSOLVE_LEARNING
+FPSOLVE_INSTANTIATE_FOR_RANKS(ClauseStore)
+FPSOLVE_INSTANTIATE_FOR_RANKS(Learner)
 
 } // namespace fpsolve

@@ -13,6 +13,9 @@
 // problem has at most 128 bits (ranks then lie strictly inside its range),
 // otherwise mpz_class.  Both offer the same operators, so the search is
 // written once as a template over R.
+// FPSOLVE_INSTANTIATE_FOR_RANKS(T) instantiates a class template of the
+// search for both rank types: each part is defined in its own source file
+// and instantiated there, once, with every member it defines.
 #pragma once
 
 #include "host/ieee_float.h"
@@ -28,6 +31,10 @@ namespace fpsolve {
 
 using qorv::IEEEFloat;
 using i128 = qorv::Rank128;
+
+#define FPSOLVE_INSTANTIATE_FOR_RANKS(T)                                                           \
+  template class T<i128>;                                                                          \
+  template class T<mpz_class>;
 
 inline void rank_from_mpz(mpz_srcptr z, i128* out) {
   *out = qorv::rank128_of(z);

@@ -1,68 +1,59 @@
-// The search: sat, unsat or unknown for the assertions of a Problem.
+// The search over the host's bounds trail (see solve.h for what it
+// guarantees), assembled from collaborating parts, each with one concern:
 //
-// Every term has an interval on the host's bounds trail: inputs, and the
-// result of every operation (a Def).  Three-valued evaluation of the
-// assertions over the intervals prunes; unit propagation through the
-// Boolean structure narrows intervals by the atoms it forces; each Def
-// narrows its result forward from its operands (engine/projection.h) and its
-// operands backward by shaving their ends with the same projection.
-// Decisions come only from FpIntervalDecisionHeuristic::decide() (inputs
-// first, terms' results second) and are asserted on the trail.  On a
-// conflict the search learns a clause over bound literals: the complements
-// of the decisions (a lower bound at m becomes an upper bound at the value
-// just below m, and the other way round), without those that the conflict
-// is found not to need.  It jumps back to the highest level left below the
-// last decision's, where the clause forces that decision's complement, and
-// the clause stays, propagated like the assertions, so the search never
-// meets the same conflict again (engine/learning.cpp).  Every decision and
-// every forced complement strictly shrinks a finite interval, level by
-// level, so the search ends.
+//   setup.h             which variables matter, what watches them, the first queue
+//   queue.h             the propagation queues and their watch lists
+//   trail_cache.h       the bridge between the bounds trail and the rank cache
+//   atom_propagation.h  Boolean and atom propagation
+//   def_propagation.h   the projection and shaving of definitions
+//   strict_cycle.h      the strict-cycle refutation
+//   propagation.h       the propagation round
+//   learning.h          learned clauses and what follows a conflict
+//   candidates.h        the candidate models and their exact check
+//   probe.h             the model probe
 //
-// sat needs a model that the exact evaluation confirms: whenever the
-// assertions are not false over the intervals, the inputs are picked from
-// their intervals, every term is computed exactly (engine/apply.h), and the
-// assertions are evaluated on those values; after 0, 1, 2, 4, ... decisions
-// a probe also fixes the inputs one at a time, propagating after each, and
-// checks the values it ends with the same way (engine/probe.cpp; undone
-// afterwards, so the search itself does not change).  With every interval a
-// single value, a term whose value differs from its exact value (or an
-// unspecified result chosen two ways for equal operands) is a conflict.  So
-// answers are sound and the search complete; `unknown` comes only from the
-// limits.
+// The loop (run) is: deduce, evaluate, then on a conflict resolve it
+// (learning.h), else decide with FpIntervalDecisionHeuristic::decide().
 //
-// Deterministic: the heuristic's generator is seeded, and nothing depends on
-// addresses or hash order that varies between runs.
+// Every part that depends on the rank type is a class template over it,
+// defined in its own source file and instantiated there for both rank
+// types by FPSOLVE_INSTANTIATE_FOR_RANKS (ranks.h): one mechanism, and no
+// list of members to keep in step with the code.
 #pragma once
 
-#include "engine/options.h"
-#include "engine/problem.h"
-#include "engine/stats.h"
+#include "engine/learning.h"
+#include "engine/probe.h"
+#include "engine/propagation.h"
+#include "engine/solve.h"
 
-#include <cstdint>
-#include <ostream>
-#include <string>
-#include <vector>
+#include "fp/interval_heuristics.h"
 
 namespace fpsolve {
 
-enum class Answer { sat, unsat, unknown };
+template <class R>
+class Search {
+public:
+  Search(Problem& problem, Options const& options);
+  Result run();
 
-struct Result {
-  Answer answer = Answer::unknown;
-  // Why the answer is unknown: "timeout" or "resourceout" (max-decisions);
-  // empty otherwise.
-  std::string reason_unknown;
-  // One value per variable; Booleans: true when not NaN; rounding modes
-  // as rm_value.  The values of terms (Def variables) are their exact values.
-  std::vector<IEEEFloat> model;
-  Stats stats;
+private:
+  void trace_backtrack();
+  void check_invariants();
+
+  SearchContext ctx_;
+  PropagationQueue queue_;
+  TrailCache<R> tc_;
+  ComparisonGraph graph_;
+  AtomPropagation<R> atoms_;
+  DefPropagation<R> defs_;
+  ClauseStore<R> clauses_;
+  Propagation<R> propagation_;
+  Learner<R> learner_;
+  Candidates<R> candidates_;
+  qorv::FpDecDepManager manager_;
+  qorv::fp::FpIntervalDecisionHeuristic heuristic_;
+  qorv::fp::FpIntervalChoiceHeuristic choice_;
+  Prober<R> prober_;
 };
-
-Result solve(Problem& p, Options const& options);
-
-// Exact values under a model (every input variable one value; the values
-// of terms are computed, see complete_model).
-bool eval_bool(Problem const& p, std::vector<IEEEFloat> const& model, int node);
-IEEEFloat eval_fp(Problem const& p, std::vector<IEEEFloat> const& model, int operand);
 
 } // namespace fpsolve

@@ -3,7 +3,7 @@
 // SMT-LIB error line `(error "line L column C: ...")` and exit status 1.
 #pragma once
 
-#include "engine/search.h"
+#include "engine/solve.h"
 
 #include <istream>
 #include <ostream>

@@ -11,7 +11,7 @@
 // satisfy every assertion, and an unsat answer must survive the enumeration
 // of every assignment.  No external program is involved, so this runs
 // everywhere the tests run.
-#include "engine/search.h"
+#include "engine/solve.h"
 #include "smtlib/elaborate.h"
 
 #include "tests/common/exact_fp_oracle.h"

@@ -1,0 +1,61 @@
+// The candidate models of a search node (see candidates.h).
+#include "engine/candidates.h"
+
+#include "engine/apply.h"
+
+#include <string>
+
+namespace fpsolve {
+
+template <class R>
+R Candidates<R>::pick(int v) const {
+  auto const& iv = tc_.ev.cur[v];
+  FormatRanks<R> const& f = tc_.ev.format_of_var(v);
+  bool const relevant = ctx_.relevant[v];
+  if (ctx_.p.vars[v].is_bool)
+    return relevant && iv.hi > f.nan ? R(f.nan + 1) : f.nan; // true when possible
+  if (ctx_.p.vars[v].is_rm) return relevant ? iv.lo : R(0);
+  if (iv.lo <= 0 && 0 <= iv.hi) return 0;
+  return iv.hi < 0 ? iv.hi : iv.lo;
+}
+
+template <class R>
+std::vector<IEEEFloat> Candidates<R>::model() const {
+  std::vector<IEEEFloat> m;
+  for (std::size_t v = 0; v < ctx_.p.vars.size(); ++v)
+    m.push_back(value_of(pick(static_cast<int>(v)), ctx_.p.vars[v].fmt));
+  return m;
+}
+
+template <class R>
+bool Candidates<R>::verify(std::vector<IEEEFloat>& m) {
+  PhaseTimer const timer(ctx_.stats.check_time);
+  ++ctx_.stats.model_checks;
+  std::string why;
+  return verify_model(ctx_.p, m, &why, &ctx_.relevant);
+}
+
+template <class R>
+bool Candidates<R>::completion_differs(std::vector<IEEEFloat>& m) {
+  PhaseTimer const timer(ctx_.stats.check_time);
+  ++ctx_.stats.model_checks;
+  return complete_model(ctx_.p, m, nullptr, &ctx_.relevant);
+}
+
+template <class R>
+bool Candidates<R>::try_candidate(std::vector<IEEEFloat>* out) {
+  *out = model();
+  if (ctx_.p.defs.empty()) return true; // evaluation over the intervals was exact enough
+  return verify(*out);
+}
+
+template <class R>
+bool Candidates<R>::all_single() const {
+  for (std::size_t v = 0; v < ctx_.p.vars.size(); ++v)
+    if (ctx_.relevant[v] && !(tc_.ev.cur[v].lo == tc_.ev.cur[v].hi)) return false;
+  return true;
+}
+
+FPSOLVE_INSTANTIATE_FOR_RANKS(Candidates)
+
+} // namespace fpsolve

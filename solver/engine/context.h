@@ -1,0 +1,63 @@
+// The state that the parts of one search share: the problem and the
+// options, the statistics, the assertions' roots, which variables matter,
+// the search variable of every trail term and the decision levels.
+//
+// Invariants: `relevant[v]` holds exactly for the variables that occur under
+// an assertion, directly or through the Defs of relevant variables, and
+// `var_of_term` maps the term of every relevant variable (and only those) to
+// it.  `levels[i].trail_length` strictly increases with i and stays within
+// the trail, because every decision asserts at least one bound.
+#pragma once
+
+#include "engine/options.h"
+#include "engine/problem.h"
+#include "engine/stats.h"
+
+#include "support/hashtable.h"
+
+#include <chrono>
+#include <cstddef>
+#include <vector>
+
+namespace fpsolve {
+
+// One decision: "var >= value" when `lower`, else "var <= value", asserted
+// when the trail had `trail_length` bounds.
+struct Level {
+  std::size_t trail_length;
+  int var;
+  bool lower;
+  IEEEFloat value;
+};
+
+struct SearchContext {
+  SearchContext(Problem const& problem, Options const& options) : p(problem), opt(options) {}
+
+  // The time or decision limit is reached (the caller answers unknown).
+  bool out_of_resources() const {
+    if (opt.max_decisions && stats.decisions >= opt.max_decisions) return true;
+    if (opt.timeout > 0) {
+      std::chrono::duration<double> const d = std::chrono::steady_clock::now() - start;
+      if (d.count() >= opt.timeout) return true;
+    }
+    return false;
+  }
+
+  Problem const& p;
+  Options const& opt;
+  // Cross-checks of the search state at every step: on with --check, and
+  // always in builds with QORV_DEBUG_INVARIANTS.
+#ifdef QORV_DEBUG_INVARIANTS
+  bool const checking = true;
+#else
+  bool const checking = opt.check;
+#endif
+  Stats stats;
+  std::chrono::steady_clock::time_point const start = std::chrono::steady_clock::now();
+  std::vector<int> roots; // the assertions' nodes; entry r of the queue is roots[r]
+  std::vector<char> relevant;
+  qorv::hsh::HashMap<qorv::Term const*, int> var_of_term;
+  std::vector<Level> levels; // the decisions, lowest first
+};
+
+} // namespace fpsolve

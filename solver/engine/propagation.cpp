@@ -1,0 +1,52 @@
+// The propagation round (see propagation.h).
+#include "engine/propagation.h"
+
+#include <algorithm>
+#include <cstdint>
+
+namespace fpsolve {
+
+template <class R>
+typename Propagation<R>::Round Propagation<R>::propagate() {
+  graph_.clear();
+  std::uint64_t work = 0;
+  std::uint64_t const budget = ctx_.opt.propagation_budget * queue_.entry_count() + 1000;
+  std::uint64_t const stride = std::max<std::uint64_t>(1, ctx_.opt.timer_stride);
+  int const nr = static_cast<int>(ctx_.roots.size());
+  Round outcome = Round::fixpoint;
+  for (;;) {
+    if (!clauses_.drain()) {
+      outcome = Round::conflict;
+      break;
+    }
+    if (queue_.entries_empty()) break;
+    int const r = queue_.pop_front();
+    // Past the budget, propagation is creeping: leave the rest to the
+    // decisions, which halve intervals instead of shaving single values.
+    // Past the time limit, the round stops too; the caller then answers
+    // unknown.  The clock is read every `stride` steps only.
+    if (++work > budget || (work % stride == 0 && ctx_.out_of_resources())) {
+      queue_.push_front(r);
+      queue_.lost = true;
+      return Round::stalled;
+    }
+    if (r < nr ? !atoms_.prop(ctx_.roots[r], true) : !defs_.prop_def(r - nr)) {
+      outcome = Round::conflict;
+      break;
+    }
+  }
+  if (outcome == Round::conflict) queue_.clear();
+  return outcome;
+}
+
+template <class R>
+bool Propagation<R>::deduce() {
+  PhaseTimer const timer(ctx_.stats.propagation_time);
+  Round const outcome = propagate();
+  if (outcome == Round::stalled) return !graph_.has_strict_cycle();
+  return outcome == Round::fixpoint;
+}
+
+FPSOLVE_INSTANTIATE_FOR_RANKS(Propagation)
+
+} // namespace fpsolve

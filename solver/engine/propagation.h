@@ -1,0 +1,41 @@
+// The propagation round: the queued entries (assertions and Defs) and the
+// learned clauses are propagated to a fixpoint, a conflict, or the round's
+// work budget; a round that stalls on its budget tries the strict-cycle
+// refutation instead.
+//
+// Learned clauses go first and always to their fixpoint: they are cheap,
+// and a clause that becomes unit must be propagated at the level where it
+// became unit.  Entries left when a round stalls stay queued for the next
+// round; a conflict drops them, and `queue.lost` tells the next backtrack to
+// queue every entry again.
+#pragma once
+
+#include "engine/def_propagation.h"
+#include "engine/learning.h"
+
+namespace fpsolve {
+
+template <class R>
+class Propagation {
+public:
+  Propagation(SearchContext& ctx, PropagationQueue& queue, AtomPropagation<R>& atoms,
+              DefPropagation<R>& defs, ClauseStore<R>& clauses, ComparisonGraph& graph)
+      : ctx_(ctx), queue_(queue), atoms_(atoms), defs_(defs), clauses_(clauses), graph_(graph) {}
+
+  // One round of deduction: propagate, and when that stalls, refute a cycle
+  // of forced comparisons with a strict step.  False on a conflict.
+  bool deduce();
+
+private:
+  enum class Round { fixpoint, conflict, stalled };
+  Round propagate();
+
+  SearchContext& ctx_;
+  PropagationQueue& queue_;
+  AtomPropagation<R>& atoms_;
+  DefPropagation<R>& defs_;
+  ClauseStore<R>& clauses_;
+  ComparisonGraph& graph_;
+};
+
+} // namespace fpsolve

@@ -1,0 +1,104 @@
+// The propagation queues (see queue.h).
+#include "engine/queue.h"
+
+#include "support/invariant.h"
+
+#include <cassert>
+#include <string>
+
+namespace fpsolve {
+
+void PropagationQueue::reset(std::size_t vars, std::size_t entries) {
+  entry_watch.assign(vars, {});
+  clause_watch.assign(vars, {});
+  all.clear();
+  lost = false;
+  entries_.clear();
+  entry_queued_.assign(entries, 0);
+  clause_vars_.clear();
+  clause_var_queued_.assign(vars, 0);
+}
+
+void PropagationQueue::push(int entry) {
+  if (entry_queued_[entry]) return;
+  entry_queued_[entry] = 1;
+  entries_.push_back(entry);
+}
+
+int PropagationQueue::pop_front() {
+  assert(!entries_.empty() && "pop from an empty queue");
+  int const e = entries_.front();
+  entries_.pop_front();
+  entry_queued_[e] = 0;
+  return e;
+}
+
+void PropagationQueue::push_front(int entry) {
+  assert(!entry_queued_[entry] && "an entry is queued at most once");
+  entries_.push_front(entry);
+  entry_queued_[entry] = 1;
+}
+
+void PropagationQueue::enqueue_watchers(int v) {
+  if (!clause_watch[v].empty() && !clause_var_queued_[v]) {
+    clause_var_queued_[v] = 1;
+    clause_vars_.push_back(v);
+  }
+  for (int e : entry_watch[v])
+    push(e);
+}
+
+void PropagationQueue::enqueue_all() {
+  lost = false;
+  for (int e : all)
+    push(e);
+}
+
+int PropagationQueue::pop_clause_var() {
+  int const v = clause_vars_.back();
+  clause_vars_.pop_back();
+  clause_var_queued_[v] = 0;
+  return v;
+}
+
+void PropagationQueue::clear_clause_vars() {
+  for (int u : clause_vars_)
+    clause_var_queued_[u] = 0;
+  clause_vars_.clear();
+}
+
+void PropagationQueue::clear() {
+  for (int e : entries_)
+    entry_queued_[e] = 0;
+  entries_.clear();
+  clear_clause_vars();
+}
+
+void PropagationQueue::restore(Snapshot const& s) {
+  clear();
+  entries_ = s.entries;
+  clause_vars_ = s.clause_vars;
+  for (int e : entries_)
+    entry_queued_[e] = 1;
+  for (int u : clause_vars_)
+    clause_var_queued_[u] = 1;
+  lost = s.lost;
+}
+
+void PropagationQueue::check_invariants() const {
+  // Counting the flags and checking each queued item's flag shows both
+  // directions: every flag belongs to exactly one queued item.
+  auto agree = [](auto const& items, std::vector<char> const& flags, char const* what) {
+    std::size_t set = 0;
+    for (char f : flags)
+      set += f ? 1 : 0;
+    for (int x : items)
+      if (!flags[x]) qorv::invariant_violated("fpsolve queue", what, std::to_string(x));
+    if (set != items.size())
+      qorv::invariant_violated("fpsolve queue", what, std::to_string(set) + " flags set");
+  };
+  agree(entries_, entry_queued_, "queued entries and their flags disagree");
+  agree(clause_vars_, clause_var_queued_, "queued clause variables and their flags disagree");
+}
+
+} // namespace fpsolve

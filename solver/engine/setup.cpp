@@ -1,0 +1,90 @@
+// The search's setup (see setup.h).
+#include "engine/setup.h"
+
+namespace fpsolve {
+
+void setup_search(SearchContext& ctx, PropagationQueue& queue, qorv::FpDecDepManager& manager) {
+  Problem const& p = ctx.p;
+  ctx.roots = p.assertions;
+  std::size_t const nv = p.vars.size();
+  int const nr = static_cast<int>(ctx.roots.size());
+  queue.reset(nv, ctx.roots.size() + p.defs.size());
+  ctx.relevant.assign(nv, 0);
+  auto watch = [&](int v, int entry) {
+    std::vector<int>& w = queue.entry_watch[v];
+    if (w.empty() || w.back() != entry) w.push_back(entry);
+  };
+  std::vector<int> work; // relevant variables whose Def is still to be visited
+  auto mark = [&](int v) {
+    if (ctx.relevant[v]) return;
+    ctx.relevant[v] = 1;
+    work.push_back(v);
+  };
+  // The variables that occur directly in the atoms under a node (not
+  // through Defs), each reported to f.
+  std::vector<int> seen(p.nodes.size(), -1);
+  int stamp = 0;
+  auto node_vars = [&](int root, auto const& f) {
+    ++stamp;
+    std::vector<int> todo{root};
+    while (!todo.empty()) {
+      int n = todo.back();
+      todo.pop_back();
+      if (seen[n] == stamp) continue;
+      seen[n] = stamp;
+      Node const& nd = p.nodes[n];
+      if (nd.op == Op::bvar)
+        f(nd.a);
+      else if (nd.op >= Op::leq) {
+        if (p.operands[nd.a].var >= 0) f(p.operands[nd.a].var);
+        if (nd.b >= 0 && p.operands[nd.b].var >= 0) f(p.operands[nd.b].var);
+      }
+      for (int k : nd.kids)
+        todo.push_back(k);
+    }
+  };
+  for (int r = 0; r < nr; ++r)
+    node_vars(ctx.roots[r], [&](int v) {
+      watch(v, r);
+      mark(v);
+    });
+  while (!work.empty()) {
+    int const v = work.back();
+    work.pop_back();
+    int const d = p.vars[v].def;
+    if (d < 0) continue;
+    Def const& df = p.defs[d];
+    int const entry = nr + d;
+    watch(v, entry);
+    auto use = [&](int u) {
+      watch(u, entry);
+      mark(u);
+    };
+    for (int o : df.args)
+      if (p.operands[o].var >= 0) use(p.operands[o].var);
+    if (df.rm >= 0 && p.operands[df.rm].var >= 0) use(p.operands[df.rm].var);
+    if (df.cond >= 0) node_vars(df.cond, use);
+  }
+  // Inputs first (Booleans, rounding modes, then floating point), so that
+  // the Boolean structure is settled before values; the Defs' variables form
+  // the second segment, decided only when every input is a single value
+  // (then only unspecified results are left to choose).
+  for (int pass = 0; pass < 4; ++pass) {
+    if (pass == 3) manager.split = manager.terms.size();
+    for (std::size_t v = 0; v < nv; ++v) {
+      Var const& var = p.vars[v];
+      int const kind = var.def >= 0 ? 3 : var.is_bool ? 0 : var.is_rm ? 1 : 2;
+      if (ctx.relevant[v] && kind == pass) {
+        manager.terms.push_back(var.term);
+        ctx.var_of_term[var.term] = static_cast<int>(v);
+      }
+    }
+  }
+  for (std::size_t d = 0; d < p.defs.size(); ++d)
+    if (ctx.relevant[p.defs[d].var]) queue.all.push_back(nr + static_cast<int>(d));
+  for (int r = 0; r < nr; ++r)
+    queue.all.push_back(r);
+  queue.enqueue_all();
+}
+
+} // namespace fpsolve

@@ -1,0 +1,73 @@
+// The search: sat, unsat or unknown for the assertions of a Problem.
+//
+// Every term has an interval on the host's bounds trail: inputs, and the
+// result of every operation (a Def).  Three-valued evaluation of the
+// assertions over the intervals prunes; unit propagation through the
+// Boolean structure narrows intervals by the atoms it forces; each Def
+// narrows its result forward from its operands (engine/projection.h) and its
+// operands backward by shaving their ends with the same projection.
+// Decisions come only from FpIntervalDecisionHeuristic::decide() (inputs
+// first, terms' results second) and are asserted on the trail.  On a
+// conflict the search learns a clause over bound literals: the complements
+// of the decisions (a lower bound at m becomes an upper bound at the value
+// just below m, and the other way round), without those that the conflict
+// is found not to need.  It jumps back to the highest level left below the
+// last decision's, where the clause forces that decision's complement, and
+// the clause stays, propagated like the assertions, so the search never
+// meets the same conflict again (engine/learning.cpp).  With the `learning`
+// option off it backtracks chronologically instead: it undoes the last
+// decision alone and asserts its complement, keeping no clause.  Every
+// decision and every forced complement strictly shrinks a finite interval,
+// level by level, so the search ends either way.
+//
+// sat needs a model that the exact evaluation confirms: whenever the
+// assertions are not false over the intervals, the inputs are picked from
+// their intervals, every term is computed exactly (engine/apply.h), and the
+// assertions are evaluated on those values; after 0, 1, 2, 4, ... decisions
+// a probe also fixes the inputs one at a time, propagating after each, and
+// checks the values it ends with the same way (engine/probe.cpp; undone
+// afterwards, so the search itself does not change).  With every interval a
+// single value, a term whose value differs from its exact value (or an
+// unspecified result chosen two ways for equal operands) is a conflict.  So
+// answers are sound and the search complete; `unknown` comes only from the
+// limits.
+//
+// The search runs on 128-bit ranks when every format fits them, else (or
+// with the `big_ranks` option) on GMP ranks; both give the same answers.
+//
+// Deterministic: the heuristic's generator is seeded, and nothing depends on
+// addresses or hash order that varies between runs.
+#pragma once
+
+#include "engine/options.h"
+#include "engine/problem.h"
+#include "engine/stats.h"
+
+#include <cstdint>
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace fpsolve {
+
+enum class Answer { sat, unsat, unknown };
+
+struct Result {
+  Answer answer = Answer::unknown;
+  // Why the answer is unknown: "timeout" or "resourceout" (max-decisions);
+  // empty otherwise.
+  std::string reason_unknown;
+  // One value per variable; Booleans: true when not NaN; rounding modes
+  // as rm_value.  The values of terms (Def variables) are their exact values.
+  std::vector<IEEEFloat> model;
+  Stats stats;
+};
+
+Result solve(Problem& p, Options const& options);
+
+// Exact values under a model (every input variable one value; the values
+// of terms are computed, see complete_model).
+bool eval_bool(Problem const& p, std::vector<IEEEFloat> const& model, int node);
+IEEEFloat eval_fp(Problem const& p, std::vector<IEEEFloat> const& model, int operand);
+
+} // namespace fpsolve

@@ -1,0 +1,94 @@
+// The bridge between the bounds trail and the rank cache (see trail_cache.h).
+#include "engine/trail_cache.h"
+
+#include "support/invariant.h"
+
+#include <cassert>
+
+namespace fpsolve {
+
+template <class R>
+void TrailCache<R>::assert_on_trail(qorv::FpBoundElement* e, int v) {
+  trail.assert_bound(e);
+  reload_end(v, e->flag());
+}
+
+template <class R>
+void TrailCache<R>::reload_end(int v, bool lower) {
+  qorv::fp::FpValueInterval const& iv = trail.interval(ctx_.p.vars[v].term);
+  Iv& c = ev.cur[v];
+  if (lower)
+    c.lo = rank_of<R>(iv.lower());
+  else
+    c.hi = rank_of<R>(iv.upper());
+}
+
+template <class R>
+void TrailCache<R>::push_bound(int v, bool lower, R const& rank) {
+  IEEEFloat const value = value_of(rank, ctx_.p.vars[v].fmt);
+  assert_on_trail(domain.new_FpBoundElement(lower, ctx_.p.vars[v].term, value), v);
+}
+
+template <class R>
+bool TrailCache<R>::narrow(int v, R lo, R hi) {
+  Iv const c = ev.cur[v];
+  if (lo < c.lo) lo = c.lo;
+  if (c.hi < hi) hi = c.hi;
+  if (hi < lo) return false;
+  // A Boolean known to be true (not NaN) is pinned to one value so that the
+  // decision heuristic never splits it.
+  if (ctx_.p.vars[v].is_bool && lo > ev.format_of_var(v).nan) hi = lo;
+  if (lo == c.lo && hi == c.hi) return true;
+  if (lo != c.lo) {
+    push_bound(v, true, lo);
+    ++ctx_.stats.propagations;
+  }
+  if (hi != c.hi) {
+    push_bound(v, false, hi);
+    ++ctx_.stats.propagations;
+  }
+  // The trail took exactly the narrowed ends, inside the old interval.
+  if (ctx_.checking && !(ev.cur[v].lo == lo && ev.cur[v].hi == hi && c.lo <= lo && hi <= c.hi))
+    qorv::invariant_violated("fpsolve trail cache", "a narrowing left the interval",
+                             ctx_.p.vars[v].term->name());
+  queue_.enqueue_watchers(v);
+  return true;
+}
+
+template <class R>
+bool TrailCache<R>::assert_element(qorv::FpBoundElement* e, int v) {
+  assert_on_trail(e, v);
+  Iv const next = ev.cur[v];
+  if (next.hi < next.lo) return false;
+  queue_.enqueue_watchers(v);
+  return narrow(v, next.lo, next.hi);
+}
+
+template <class R>
+void TrailCache<R>::backtrack_to(std::size_t length) {
+  while (trail.size() > length) {
+    qorv::FpBoundElement const* e = trail.bounds.back();
+    auto const it = ctx_.var_of_term.find(e->term());
+    assert(it != ctx_.var_of_term.end() && "every bound on the trail is on a search variable");
+    int const v = it->second;
+    bool const lower = e->flag();
+    trail.backtrack(trail.size() - 1, &domain);
+    reload_end(v, lower);
+  }
+}
+
+template <class R>
+void TrailCache<R>::check_invariants() {
+  trail.check_invariants();
+  for (std::size_t v = 0; v < ctx_.p.vars.size(); ++v) {
+    if (!ctx_.relevant[v]) continue;
+    qorv::Term const* t = ctx_.p.vars[v].term;
+    auto const& iv = trail.interval(t);
+    if (!(rank_of<R>(iv.lower()) == ev.cur[v].lo) || !(rank_of<R>(iv.upper()) == ev.cur[v].hi))
+      qorv::invariant_violated("fpsolve search", "interval out of step with the trail", t->name());
+  }
+}
+
+FPSOLVE_INSTANTIATE_FOR_RANKS(TrailCache)
+
+} // namespace fpsolve

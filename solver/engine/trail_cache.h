@@ -1,0 +1,54 @@
+// The bridge between the host's bounds trail and the evaluator's rank cache.
+//
+// One source of truth: the intervals live on the trail (its value intervals
+// hold the history).  `ev.cur` caches the trail's current entries as ranks
+// and is written only by reload_end, which every assert (assert_on_trail)
+// and every undo (backtrack_to) calls for the one end the bound moves; so
+// the cache equals the trail after each of them (check_invariants).
+// narrow only ever shrinks an interval: the new ends lie inside the old ones.
+#pragma once
+
+#include "engine/context.h"
+#include "engine/evaluator.h"
+#include "engine/queue.h"
+
+#include "host/fp_host.h"
+
+#include <cstddef>
+
+namespace fpsolve {
+
+template <class R>
+class TrailCache {
+public:
+  using Iv = typename Evaluator<R>::Iv;
+
+  TrailCache(Problem& problem, SearchContext& ctx, PropagationQueue& queue)
+      : ev(problem), trail(&problem.tm), ctx_(ctx), queue_(queue) {}
+  ~TrailCache() { trail.backtrack(0, &domain); }
+  TrailCache(TrailCache const&) = delete;
+  TrailCache& operator=(TrailCache const&) = delete;
+
+  // Narrows v to [lo, hi] intersected with its interval and queues its
+  // watchers when it changed; false when the intersection is empty.
+  bool narrow(int v, R lo, R hi);
+  // Asserts a bound the caller made (a decision) and narrows with the result.
+  bool assert_element(qorv::FpBoundElement* e, int v);
+  // Undoes the trail down to `length` bounds.
+  void backtrack_to(std::size_t length);
+  void check_invariants();
+
+  Evaluator<R> ev; // ev.cur caches the trail's current entries
+  qorv::FpIntervalDomain domain;
+  qorv::FpBoundsTrail trail;
+
+private:
+  void assert_on_trail(qorv::FpBoundElement* e, int v);
+  void reload_end(int v, bool lower);
+  void push_bound(int v, bool lower, R const& rank);
+
+  SearchContext& ctx_;
+  PropagationQueue& queue_;
+};
+
+} // namespace fpsolve
