@@ -2,10 +2,11 @@
 //
 // `cur` holds the current rank interval [lo, hi] of every variable.  The image
 // of an operand is exact: fp.neg and fp.abs map a rank range onto a rank range
-// (plus NaN when the variable may be NaN).  An atom is true only when it holds
-// for every combination of values in its operands' images, false only when it
-// holds for none; so true and false are sound even where operands share a variable,
-// and with every interval a single value the evaluation is exact.
+// (plus NaN when the variable may be NaN).  An atom is true only when it
+// holds for every combination of values in its operands' images, false only
+// when it holds for none; so true and false are sound even where operands
+// share a variable, and with every interval a single value the evaluation is
+// exact.  Truth values are the library's qorv::lbool.
 #pragma once
 
 #include "engine/problem.h"
@@ -19,7 +20,6 @@
 
 namespace fpsolve {
 
-// Truth values are the library's three-valued type.
 using qorv::l_False;
 using qorv::l_True;
 using qorv::l_Undef;
