@@ -1,6 +1,7 @@
 // Elaboration of SMT-LIB terms and commands into a Problem (see
-// elaborate.h): sorts, literals in every form, Boolean structure, the
-// comparisons and classifications of the fragment.
+// elaborate.h): sorts, literals in every form, Boolean structure, and the
+// floating-point operators, all from one table (fp_operators) so that what
+// is elaborated and what is checked cannot drift apart.
 #include "smtlib/elaborate.h"
 
 #include "smtlib/literals.h"
@@ -9,6 +10,7 @@
 
 #include "host/fp_convert.h"
 
+#include <cstdint>
 #include <gmpxx.h>
 #include <stdexcept>
 #include <utility>

@@ -4,9 +4,11 @@
 // Ranks are the search's only representation of values, so any difference
 // between the two paths (a midpoint, a carry at bit 64, the rank of a
 // subnormal or of NaN) changes a decision or a propagation and shows up in
-// the answer, the counters or the model.  The decision limit keeps
-// problems that need long bisections short; an unknown answer must agree
-// too.
+// the answer, the counters or the model.  The probe is off, so sat answers
+// come from splits too.  A decision limit keeps long bisections short (its
+// unknown must agree as well); a clock limit guards against the few
+// problems whose propagation is slow in these formats, and a run it stops
+// is left out, since where the clock stops a search is not reproducible.
 #include "engine/search.h"
 #include "smtlib/elaborate.h"
 
@@ -27,7 +29,7 @@ std::string random_problem(std::mt19937& rng, IEEEFloat::format f) {
       "(_ FloatingPoint " + std::to_string(f.eb) + " " + std::to_string(f.sb) + ")";
   static char const* const reals[] = {"0.1", "(- 3)", "2.5", "(/ 1 3)", "65536.5", "0.0"};
   std::function<std::string(int)> term = [&](int depth) -> std::string {
-    int const k = depth == 0 ? pick(4) : pick(12);
+    int const k = depth == 0 ? pick(4) : pick(20);
     if (k == 0) {
       if (pick(3) == 0) { // any value: high bits of wide ranks, subnormals, NaN
         std::string bits[3];
@@ -41,19 +43,18 @@ std::string random_problem(std::mt19937& rng, IEEEFloat::format f) {
       return std::string("(_ ") + (pick(2) ? "+zero " : "+oo ") + std::to_string(f.eb) + " " +
              std::to_string(f.sb) + ")";
     }
-    if (k < 4) return "x" + std::to_string(pick(3));
+    if (k < 4 || k >= 12) return "x" + std::to_string(pick(3));
     std::string const rm = pick(3) == 0 ? "r" : pick(2) ? "RNE" : "RTZ";
-    static char const* const with_rm[] = {"fp.add", "fp.sub", "fp.mul", "fp.div"};
+    // Division, square root and fma are left out: in these formats some of
+    // their propagations take seconds.
+    static char const* const with_rm[] = {"fp.add", "fp.sub", "fp.mul", "fp.add"};
     if (k < 8)
       return std::string("(") + with_rm[k - 4] + " " + rm + " " + term(depth - 1) + " " +
              term(depth - 1) + ")";
-    if (k == 8) return "(fp.sqrt " + rm + " " + term(depth - 1) + ")";
-    if (k == 9)
-      return "(fp.fma " + rm + " " + term(depth - 1) + " " + term(depth - 1) + " " +
-             term(depth - 1) + ")";
+    if (k == 8) return "(fp.roundToIntegral " + rm + " " + term(depth - 1) + ")";
+    if (k == 9) return "(fp.abs " + term(depth - 1) + ")";
     if (k == 10) return "(fp.neg " + term(depth - 1) + ")";
-    if (pick(2)) return "(fp.min " + term(depth - 1) + " " + term(depth - 1) + ")";
-    return "(fp.roundToIntegral " + rm + " " + term(depth - 1) + ")";
+    return "(fp.min " + term(depth - 1) + " " + term(depth - 1) + ")";
   };
   std::function<std::string(int)> formula = [&](int depth) -> std::string {
     int const k = depth == 0 ? pick(3) : pick(7);
@@ -70,10 +71,12 @@ std::string random_problem(std::mt19937& rng, IEEEFloat::format f) {
   std::string s = "(declare-const b Bool)(declare-const r RoundingMode)";
   for (int v = 0; v < 3; ++v)
     s += "(declare-const x" + std::to_string(v) + " " + fs + ")";
-  for (int i = pick(3); i >= 0; --i)
+  for (int i = 2 + pick(4); i >= 0; --i)
     s += "(assert " + formula(2) + ")";
   return s;
 }
+
+constexpr std::uint64_t kMaxDecisions = 100;
 
 Result solve_text(std::string const& text, bool big_ranks) {
   Problem p;
@@ -89,18 +92,29 @@ Result solve_text(std::string const& text, bool big_ranks) {
   }
   Options opt;
   opt.big_ranks = big_ranks;
-  opt.max_decisions = 400;
+  opt.timeout = 2;
+  opt.probe = false; // sat from the search, so every problem splits
+  opt.max_decisions = kMaxDecisions;
   return solve(p, opt);
 }
 
 TEST(RankAgreement, NarrowAndGmpRanksTakeTheSameSearch) {
   std::mt19937 rng(5);
-  int answered = 0;
+  int answered = 0, cut_runs = 0;
   std::uint64_t decisions = 0, backtracks = 0;
   for (IEEEFloat::format f : {IEEEFloat::format{8, 57}, {11, 64}, {15, 64}, {15, 113}, {4, 124}})
-    for (int i = 0; i < 12; ++i) {
+    for (int i = 0; i < 8; ++i) {
       std::string const text = random_problem(rng, f);
       Result const narrow = solve_text(text, false), big = solve_text(text, true);
+      // Only the decision limit stops both runs at the same point; the clock
+      // may stop them anywhere, and those runs are not compared.
+      auto const cut = [](Result const& r) {
+        return r.answer == Answer::unknown && r.stats.decisions < kMaxDecisions;
+      };
+      if (cut(narrow) || cut(big)) {
+        ++cut_runs;
+        continue;
+      }
       ASSERT_EQ(narrow.answer, big.answer) << text;
       EXPECT_EQ(narrow.stats.decisions, big.stats.decisions) << text;
       EXPECT_EQ(narrow.stats.backtracks, big.stats.backtracks) << text;
@@ -113,11 +127,12 @@ TEST(RankAgreement, NarrowAndGmpRanksTakeTheSameSearch) {
       decisions += narrow.stats.decisions;
       backtracks += narrow.stats.backtracks;
     }
-  std::printf("[ searches ] %d of 60 answered, %llu decisions, %llu backtracks\n", answered,
-              static_cast<unsigned long long>(decisions),
+  std::printf("[ searches ] %d answered of 40, %d cut by the clock, %llu decisions, %llu "
+              "backtracks\n",
+              answered, cut_runs, static_cast<unsigned long long>(decisions),
               static_cast<unsigned long long>(backtracks));
   EXPECT_GT(backtracks, 0u); // conflicts and learning are compared too
-  EXPECT_GT(answered, 30);   // most problems end within the limit
+  EXPECT_GT(answered, 20);   // most problems end within the limits
 }
 
 } // namespace

@@ -7,7 +7,10 @@
 #include "host/fp_arith.h"
 #include "host/fp_convert.h"
 
+#include <array>
+#include <functional>
 #include <gmpxx.h>
+#include <set>
 #include <sstream>
 #include <stdexcept>
 
@@ -184,9 +187,23 @@ bool Script::holds_with(std::vector<Val> const& values, std::map<ChoiceKey, bool
 }
 
 bool Script::satisfiable() const {
+  // A constant whose name occurs in no assertion and no definition cannot
+  // change the outcome: one value of it stands for all.
+  std::set<std::string> named;
+  std::function<void(SExpr const&)> collect = [&](SExpr const& e) {
+    if (!e.is_list) named.insert(e.atom.text);
+    for (SExpr const& i : e.items)
+      collect(i);
+  };
+  for (SExpr const& a : assertions_)
+    collect(a);
+  for (auto const& m : macros_)
+    collect(m.second.body);
   std::vector<std::vector<Val>> domains;
-  for (Constant const& c : constants_)
+  for (Constant const& c : constants_) {
     domains.push_back(all_values(c.sort));
+    if (!named.count(c.name)) domains.back().resize(1);
+  }
   std::vector<std::size_t> at(constants_.size(), 0);
   std::vector<Val> values;
   for (auto const& d : domains)
@@ -321,10 +338,12 @@ Val Script::apply_fp(std::string const& op, SExpr const& e, Env& env) const {
     mpz_class const bits = (((s << we) | x) << wm) | m;
     return fp(IEEEFloat::from_bits(bits.get_mpz_t(), {we, wm + 1}));
   }
-  std::vector<Val> a;
-  for (std::size_t i = 1; i < e.items.size(); ++i)
-    a.push_back(eval(e.items[i], env));
-  auto x = [&](std::size_t i) { return a[i].x; };
+  std::array<Val, 4> a; // no allocation per node: enumerations evaluate millions
+  std::size_t const n = e.items.size() - 1;
+  if (n > a.size()) unsupported(e);
+  for (std::size_t i = 0; i < n; ++i)
+    a[i] = eval(e.items[i + 1], env);
+  auto x = [&](std::size_t i) -> IEEEFloat const& { return a[i].x; };
   // Operations with a rounding mode: a[0] is the mode.
   sw::rounding_mode const rm = a[0].rm;
   if (op == "fp.add") return fp(sw::add(rm, x(1), x(2)));
@@ -353,7 +372,7 @@ Val Script::apply_fp(std::string const& op, SExpr const& e, Env& env) const {
                                                     : op == "fp.eq"  ? sw::eq
                                                                      : nullptr;
   if (!cmp) unsupported(e);
-  for (std::size_t i = 0; i + 1 < a.size(); ++i)
+  for (std::size_t i = 0; i + 1 < n; ++i)
     if (!cmp(x(i), x(i + 1))) return boolean(false);
   return boolean(true);
 }

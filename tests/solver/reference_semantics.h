@@ -33,6 +33,7 @@
 
 #include "host/ieee_float.h"
 
+#include <cstdint>
 #include <map>
 #include <string>
 #include <tuple>
