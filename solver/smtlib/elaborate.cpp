@@ -1,6 +1,7 @@
 // Elaboration of SMT-LIB terms and commands into a Problem (see
-// elaborate.h): sorts, literals in every form, Boolean structure, the
-// comparisons and classifications of the fragment.
+// elaborate.h): sorts, literals in every form, Boolean structure, and the
+// floating-point operators, all from one table (fp_operators) so that what
+// is elaborated and what is checked cannot drift apart.
 #include "smtlib/elaborate.h"
 
 #include "smtlib/literals.h"
@@ -9,6 +10,7 @@
 
 #include "host/fp_convert.h"
 
+#include <cstdint>
 #include <gmpxx.h>
 #include <stdexcept>
 #include <utility>
@@ -74,6 +76,78 @@ mpq_class real_of(SExpr const& e) {
     return real_of(e.items[1]) / d;
   }
   throw SmtError(e.pos, "expected a real literal (numeral, decimal, (- r) or (/ r r))");
+}
+
+} // namespace
+
+// The floating-point operators that take floating-point operands, one row
+// each.  A row drives both the elaboration and the checks: the arity, a
+// rounding mode before the operands, and one format shared by every
+// floating-point operand (fp_operands).  The result is Bool for chains and
+// tests, a value of the operands' format for terms and sign operations.
+struct FpOperator {
+  enum Kind : std::uint8_t {
+    term,  // a Def (arithmetic), folded when every argument is a constant
+    chain, // a comparison of two or more operands, each adjacent pair an atom
+    test,  // a classification: an atom of one operand
+    neg,   // sign operations: views of a variable, folded on a constant
+    abs
+  };
+  char const* name;
+  Kind kind;
+  bool rm;              // a rounding-mode argument first
+  std::size_t operands; // floating-point operands; a chain takes at least this many
+  FpOp def;             // term: the operation of the Def
+  Op atom;              // chain and test: the atom
+  bool swapped;         // chain: fp.geq and fp.gt are fp.leq and fp.lt of swapped operands
+};
+
+namespace {
+
+constexpr FpOperator term(char const* name, FpOp def, bool rm, std::size_t operands) {
+  return {name, FpOperator::term, rm, operands, def, Op::t, false};
+}
+constexpr FpOperator chain(char const* name, Op atom, bool swapped) {
+  return {name, FpOperator::chain, false, 2, FpOp::add, atom, swapped};
+}
+constexpr FpOperator test(char const* name, Op atom) {
+  return {name, FpOperator::test, false, 1, FpOp::add, atom, false};
+}
+constexpr FpOperator sign(char const* name, FpOperator::Kind kind) {
+  return {name, kind, false, 1, FpOp::add, Op::t, false};
+}
+
+constexpr FpOperator fp_operators[] = {
+    term("fp.add", FpOp::add, true, 2),
+    term("fp.sub", FpOp::sub, true, 2),
+    term("fp.mul", FpOp::mul, true, 2),
+    term("fp.div", FpOp::div, true, 2),
+    term("fp.fma", FpOp::fma, true, 3),
+    term("fp.sqrt", FpOp::sqrt, true, 1),
+    term("fp.rem", FpOp::rem, false, 2),
+    term("fp.roundToIntegral", FpOp::round_to_integral, true, 1),
+    term("fp.min", FpOp::min, false, 2),
+    term("fp.max", FpOp::max, false, 2),
+    chain("fp.leq", Op::leq, false),
+    chain("fp.lt", Op::lt, false),
+    chain("fp.geq", Op::leq, true),
+    chain("fp.gt", Op::lt, true),
+    chain("fp.eq", Op::fp_eq, false),
+    test("fp.isNaN", Op::is_nan),
+    test("fp.isInfinite", Op::is_inf),
+    test("fp.isZero", Op::is_zero),
+    test("fp.isNormal", Op::is_normal),
+    test("fp.isSubnormal", Op::is_subnormal),
+    test("fp.isNegative", Op::is_negative),
+    test("fp.isPositive", Op::is_positive),
+    sign("fp.neg", FpOperator::neg),
+    sign("fp.abs", FpOperator::abs),
+};
+
+FpOperator const* find_fp_operator(std::string const& name) {
+  for (FpOperator const& o : fp_operators)
+    if (name == o.name) return &o;
+  return nullptr;
 }
 
 } // namespace
@@ -158,10 +232,28 @@ void Elaborator::define(std::string const& name, SExpr const& sort_e, SExpr cons
   bind(name, b, where);
 }
 
+Elaborator::Sort Elaborator::sort_of(Value v) const {
+  Sort s;
+  s.is_bool = v.is_bool;
+  s.is_rm = v.is_rm;
+  if (!v.is_bool && !v.is_rm) s.fmt = p_.operands[v.index].fmt;
+  return s;
+}
+
+// The one sort check: Bool, RoundingMode and each floating-point format are
+// the sorts; the format of Bool and RoundingMode does not count.
 bool Elaborator::has_sort(Value v, Sort const& s) const {
-  if (v.is_bool || s.is_bool) return v.is_bool == s.is_bool;
-  if (v.is_rm || s.is_rm) return v.is_rm == s.is_rm;
-  return p_.operands[v.index].fmt == s.fmt;
+  Sort const t = sort_of(v);
+  if (t.is_bool || s.is_bool) return t.is_bool == s.is_bool;
+  if (t.is_rm || s.is_rm) return t.is_rm == s.is_rm;
+  return t.fmt == s.fmt;
+}
+
+void Elaborator::check_argument_sort(SExpr const& e, std::size_t i, Value v, Value first) const {
+  if (!has_sort(v, sort_of(first)))
+    throw SmtError(e.items[i].pos, "wrong sort: argument " + std::to_string(i) + " of " +
+                                       e.items[0].atom.text + " is " + sort_text(v) +
+                                       ", expected " + sort_text(first));
 }
 
 void Elaborator::define_fun(std::string const& name, SExpr const& params, SExpr const& sort_e,
@@ -373,41 +465,27 @@ int Elaborator::indexed_fp(SExpr const& e) {
   return p_.add_constant(IEEEFloat::zero(f, negative));
 }
 
-int Elaborator::fp_app(SExpr const& e, std::string const& head) {
+// (fp s e m) of three bit-vector literals.
+int Elaborator::fp_literal(SExpr const& e) {
   std::size_t const argc = e.items.size() - 1;
-  if (head == "fp") {
-    if (argc != 3) throw SmtError(e.pos, "fp expects 3 bit-vector literals");
-    std::string bits[3];
-    for (std::size_t i = 1; i <= 3; ++i) {
-      SExpr const& x = e.items[i];
-      if (x.is_list || (x.atom.kind != Tok::binary && x.atom.kind != Tok::hex))
-        throw SmtError(x.pos, "expected a bit-vector literal (#b... or #x...) as argument " +
-                                  std::to_string(i) + " of fp");
-      if (x.atom.kind == Tok::binary) {
-        bits[i - 1] = x.atom.text;
-      } else { // each hex digit is four bits
-        for (char c : x.atom.text) {
-          int const d = std::stoi(std::string(1, c), nullptr, 16);
-          for (int b = 3; b >= 0; --b)
-            bits[i - 1] += (d >> b & 1) ? '1' : '0';
-        }
+  if (argc != 3) throw SmtError(e.pos, "fp expects 3 bit-vector literals");
+  std::string bits[3];
+  for (std::size_t i = 1; i <= 3; ++i) {
+    SExpr const& x = e.items[i];
+    if (x.is_list || (x.atom.kind != Tok::binary && x.atom.kind != Tok::hex))
+      throw SmtError(x.pos, "expected a bit-vector literal (#b... or #x...) as argument " +
+                                std::to_string(i) + " of fp");
+    if (x.atom.kind == Tok::binary) {
+      bits[i - 1] = x.atom.text;
+    } else { // each hex digit is four bits
+      for (char c : x.atom.text) {
+        int const d = std::stoi(std::string(1, c), nullptr, 16);
+        for (int b = 3; b >= 0; --b)
+          bits[i - 1] += (d >> b & 1) ? '1' : '0';
       }
     }
-    return p_.add_constant(fp_from_bit_strings(bits[0], bits[1], bits[2], e.pos));
   }
-  // fp.neg / fp.abs: views of the argument, or folded constants.
-  if (argc != 1) throw SmtError(e.pos, head + " expects 1 argument");
-  int const a = fp_of(e.items[1]);
-  bool const is_neg = head == "fp.neg";
-  Operand o = p_.operands[a];
-  if (o.var < 0) return p_.add_constant(flip_sign(o.constant, !is_neg));
-  if (is_neg) {
-    o.neg = !o.neg;
-  } else {
-    o.abs = true;
-    o.neg = false;
-  }
-  return p_.add_operand(o);
+  return p_.add_constant(fp_from_bit_strings(bits[0], bits[1], bits[2], e.pos));
 }
 
 Value Elaborator::elaborate_list(SExpr const& e) {
@@ -435,17 +513,6 @@ Value Elaborator::elaborate_list(SExpr const& e) {
     std::vector<int> k;
     for (std::size_t i = 1; i <= argc; ++i)
       k.push_back(bool_of(e.items[i]));
-    return k;
-  };
-  auto fps = [&]() {
-    std::vector<int> k;
-    for (std::size_t i = 1; i <= argc; ++i) {
-      k.push_back(fp_of(e.items[i]));
-      if (i > 1 && !(p_.operands[k.back()].fmt == p_.operands[k[0]].fmt))
-        throw SmtError(e.items[i].pos, "wrong sort: argument " + std::to_string(i) + " of " + op +
-                                           " is " + fmt_text(p_.operands[k.back()].fmt) +
-                                           ", expected " + fmt_text(p_.operands[k[0]].fmt));
-    }
     return k;
   };
   if (op == "not") {
@@ -477,7 +544,7 @@ Value Elaborator::elaborate_list(SExpr const& e) {
       throw SmtError(e.pos, "unsupported ite over rounding modes; expected Bool or floating-point "
                             "branches");
     Value f = elaborate(e.items[3]);
-    if (!has_sort(f, Sort{false, false, p_.operands[t.index].fmt}))
+    if (!has_sort(f, sort_of(t)))
       throw SmtError(e.items[3].pos, "wrong sort: the branches of ite are " + sort_text(t) +
                                          " and " + sort_text(f));
     Def d;
@@ -495,11 +562,8 @@ Value Elaborator::elaborate_list(SExpr const& e) {
       Value v = elaborate(e.items[i]);
       if (i == 1)
         first = v;
-      else if (v.is_bool != first.is_bool || v.is_rm != first.is_rm ||
-               (!v.is_bool && !(p_.operands[v.index].fmt == p_.operands[first.index].fmt)))
-        throw SmtError(e.items[i].pos, "wrong sort: argument " + std::to_string(i) + " of " + op +
-                                           " is " + sort_text(v) + ", expected " +
-                                           sort_text(first));
+      else
+        check_argument_sort(e, i, v, first);
       k.push_back(v.index);
     }
     std::vector<int> parts;
@@ -515,31 +579,8 @@ Value Elaborator::elaborate_list(SExpr const& e) {
       }
     return {true, parts.size() == 1 ? parts[0] : p_.add_node(Op::and_, -1, -1, parts)};
   }
-  if (op == "fp.leq" || op == "fp.lt" || op == "fp.geq" || op == "fp.gt" || op == "fp.eq") {
-    need(2, "at least 2 floating-point arguments");
-    auto k = fps();
-    std::vector<int> parts;
-    for (std::size_t i = 0; i + 1 < k.size(); ++i) {
-      int a = k[i], b = k[i + 1];
-      if (op == "fp.geq" || op == "fp.gt") std::swap(a, b);
-      Op o = op == "fp.eq" ? Op::fp_eq : (op == "fp.lt" || op == "fp.gt") ? Op::lt : Op::leq;
-      parts.push_back(p_.add_node(o, a, b));
-    }
-    return {true, parts.size() == 1 ? parts[0] : p_.add_node(Op::and_, -1, -1, parts)};
-  }
-  static std::pair<char const*, Op> const classes[] = {{"fp.isNaN", Op::is_nan},
-                                                       {"fp.isInfinite", Op::is_inf},
-                                                       {"fp.isZero", Op::is_zero},
-                                                       {"fp.isNormal", Op::is_normal},
-                                                       {"fp.isSubnormal", Op::is_subnormal},
-                                                       {"fp.isNegative", Op::is_negative},
-                                                       {"fp.isPositive", Op::is_positive}};
-  for (auto const& [name, o] : classes) {
-    if (op != name) continue;
-    if (argc != 1) throw SmtError(e.pos, op + " expects 1 argument");
-    return {true, p_.add_node(o, fp_of(e.items[1]))};
-  }
-  if (op == "fp" || op == "fp.neg" || op == "fp.abs") return {false, fp_app(e, op)};
+  if (FpOperator const* o = find_fp_operator(op)) return fp_operation(e, *o);
+  if (op == "fp") return {false, fp_literal(e)};
   if (op == "!") {
     need(1, "a term and attributes");
     Value v = elaborate(e.items[1]);
@@ -565,11 +606,6 @@ Value Elaborator::elaborate_list(SExpr const& e) {
   if (op == "let") return let(e);
   if (op == "forall" || op == "exists")
     throw SmtError(h.pos, "unsupported quantifier '" + op + "'; QF_FP has no quantifiers");
-  static char const* const arith_ops[] = {"fp.add", "fp.sub",  "fp.mul", "fp.div",
-                                          "fp.fma", "fp.sqrt", "fp.rem", "fp.roundToIntegral",
-                                          "fp.min", "fp.max"};
-  for (char const* a : arith_ops)
-    if (op == a) return arith(e, op);
   if (Binding const* b = lookup(op); b && b->macro) return apply_macro(*b->macro, e);
   if (Binding const* b = lookup(op); b && !b->is_sort)
     throw SmtError(h.pos, "'" + op + "' is a constant, not a function; expected an operator");
@@ -578,49 +614,67 @@ Value Elaborator::elaborate_list(SExpr const& e) {
                             "comparison or classification, or a defined function");
 }
 
-Value Elaborator::arith(SExpr const& e, std::string const& op) {
-  struct Shape {
-    char const* name;
-    FpOp op;
-    bool rm;
-    std::size_t args;
-  };
-  static Shape const shapes[] = {
-      {"fp.add", FpOp::add, true, 2},  {"fp.sub", FpOp::sub, true, 2},
-      {"fp.mul", FpOp::mul, true, 2},  {"fp.div", FpOp::div, true, 2},
-      {"fp.fma", FpOp::fma, true, 3},  {"fp.sqrt", FpOp::sqrt, true, 1},
-      {"fp.rem", FpOp::rem, false, 2}, {"fp.roundToIntegral", FpOp::round_to_integral, true, 1},
-      {"fp.min", FpOp::min, false, 2}, {"fp.max", FpOp::max, false, 2}};
-  Shape const* sh = nullptr;
-  for (Shape const& x : shapes)
-    if (op == x.name) sh = &x;
-  std::size_t const want = sh->args + (sh->rm ? 1 : 0);
-  if (e.items.size() - 1 != want)
-    throw SmtError(e.pos, op + " expects " + std::to_string(want) + " arguments" +
-                              (sh->rm ? " (a rounding mode first)" : ""));
-  Def d;
-  d.op = sh->op;
-  std::size_t first = 1;
-  if (sh->rm) d.rm = rm_of(e.items[first++]);
+std::vector<int> Elaborator::fp_operands(SExpr const& e, std::size_t first) {
+  std::vector<int> k;
   for (std::size_t i = first; i < e.items.size(); ++i) {
-    d.args.push_back(fp_of(e.items[i]));
-    if (!(p_.operands[d.args.back()].fmt == p_.operands[d.args[0]].fmt))
-      throw SmtError(e.items[i].pos, "wrong sort: argument " + std::to_string(i) + " of " + op +
-                                         " is " + fmt_text(p_.operands[d.args.back()].fmt) +
-                                         ", expected " + fmt_text(p_.operands[d.args[0]].fmt));
+    k.push_back(fp_of(e.items[i]));
+    if (i > first) check_argument_sort(e, i, {false, k.back()}, {false, k[0]});
   }
+  return k;
+}
+
+Value Elaborator::fp_operation(SExpr const& e, FpOperator const& o) {
+  bool const chain = o.kind == FpOperator::chain;
+  std::size_t const want = o.operands + (o.rm ? 1 : 0);
+  if (chain ? e.items.size() - 1 < want : e.items.size() - 1 != want)
+    throw SmtError(e.pos, std::string(o.name) + " expects " + (chain ? "at least " : "") +
+                              std::to_string(want) + (chain ? " floating-point" : "") +
+                              (want == 1 ? " argument" : " arguments") +
+                              (o.rm ? " (a rounding mode first)" : ""));
+  int const rm = o.rm ? rm_of(e.items[1]) : -1;
+  std::vector<int> const args = fp_operands(e, o.rm ? 2 : 1);
+  switch (o.kind) {
+  case FpOperator::chain: {
+    std::vector<int> parts;
+    for (std::size_t i = 0; i + 1 < args.size(); ++i)
+      parts.push_back(o.swapped ? p_.add_node(o.atom, args[i + 1], args[i])
+                                : p_.add_node(o.atom, args[i], args[i + 1]));
+    return {true, parts.size() == 1 ? parts[0] : p_.add_node(Op::and_, -1, -1, parts)};
+  }
+  case FpOperator::test:
+    return {true, p_.add_node(o.atom, args[0])};
+  case FpOperator::neg:
+  case FpOperator::abs: {
+    bool const is_neg = o.kind == FpOperator::neg;
+    Operand v = p_.operands[args[0]];
+    if (v.var < 0) return {false, p_.add_constant(flip_sign(v.constant, !is_neg))};
+    if (is_neg) {
+      v.neg = !v.neg;
+    } else {
+      v.abs = true;
+      v.neg = false;
+    }
+    return {false, p_.add_operand(v)};
+  }
+  case FpOperator::term:
+    break;
+  }
+  Def d;
+  d.op = o.def;
+  d.rm = rm;
+  d.args = args;
   IEEEFloat::format const f = p_.operands[d.args[0]].fmt;
   // Constants fold, unless the result is unspecified.
   bool constant = d.rm < 0 || p_.operands[d.rm].var < 0;
-  for (int o : d.args)
-    constant = constant && p_.operands[o].var < 0;
+  for (int a : d.args)
+    constant = constant && p_.operands[a].var < 0;
   if (constant) {
-    std::vector<IEEEFloat> args;
-    for (int o : d.args)
-      args.push_back(p_.operands[o].constant);
-    auto const rm =
+    std::vector<IEEEFloat> values;
+    for (int a : d.args)
+      values.push_back(p_.operands[a].constant);
+    auto const mode =
         d.rm >= 0 ? rm_of_value(p_.operands[d.rm].constant) : IEEEFloat::rm_nearest_even;
-    if (std::optional<IEEEFloat> r = apply_op(d.op, rm, args, f))
+    if (std::optional<IEEEFloat> r = apply_op(d.op, mode, values, f))
       return {false, p_.add_constant(*r)};
   }
   return {false, p_.add_def(d, f)};

@@ -30,6 +30,8 @@
 
 namespace fpsolve {
 
+struct FpOperator; // a row of the operator table (elaborate.cpp)
+
 // What a name or a term elaborates to: a Boolean node or an operand.
 struct Value {
   bool is_bool = true;
@@ -88,12 +90,17 @@ private:
   Binding const* lookup(std::string const& name) const;
   int bool_of(SExpr const& e);
   int fp_of(SExpr const& e);
-  int fp_app(SExpr const& e, std::string const& head);
+  int fp_literal(SExpr const& e);
   int rm_of(SExpr const& e);
+  Sort sort_of(Value v) const;
   bool has_sort(Value v, Sort const& s) const;
+  // Argument i of e must have the sort of `first`, else an error at it.
+  void check_argument_sort(SExpr const& e, std::size_t i, Value v, Value first) const;
+  // e's arguments from `first` on, floating-point terms of one format.
+  std::vector<int> fp_operands(SExpr const& e, std::size_t first);
+  Value fp_operation(SExpr const& e, FpOperator const& o);
   Value apply_macro(Macro const& m, SExpr const& e);
   Value let(SExpr const& e);
-  Value arith(SExpr const& e, std::string const& op);
   Value to_fp(SExpr const& e, IEEEFloat::format f, bool is_unsigned);
   int indexed_fp(SExpr const& e);
   Value elaborate_list(SExpr const& e);
