@@ -140,8 +140,12 @@ std::string SExpr::to_text() const {
       return "#b" + atom.text;
     case Tok::hex:
       return "#x" + atom.text;
-    case Tok::string:
-      return "\"" + atom.text + "\"";
+    case Tok::string: {
+      std::string r = "\"";
+      for (char ch : atom.text)
+        r += ch == '"' ? std::string("\"\"") : std::string(1, ch);
+      return r + "\"";
+    }
     case Tok::symbol: {
       bool simple = !atom.text.empty() && !std::isdigit(static_cast<unsigned char>(atom.text[0]));
       for (char ch : atom.text)
