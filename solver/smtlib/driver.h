@@ -48,7 +48,7 @@ struct DriverOptions {
   bool channel_files = false;
 };
 
-// The exit statuses of fpsolve.  run_script returns the first three.
+// The exit statuses of fpsolve; run_script returns all but kExitNoInput.
 enum ExitStatus : int {
   kExitClean = 0,      // every command ran
   kExitInputError = 1, // at least one command was answered with an error
