@@ -1,5 +1,6 @@
 // The SMT-LIB command loop (see driver.h): one Session per script, holding
-// the problem, its elaborator and the last model.
+// the options, the output channels, the problem with its elaborator, the
+// assertions as written, and what the last check-sat left behind.
 #include "smtlib/driver.h"
 
 #include "smtlib/elaborate.h"
@@ -8,9 +9,11 @@
 
 #include "host/fp_arith.h"
 
+#include <algorithm>
+#include <fstream>
 #include <iostream>
-
 #include <memory>
+#include <optional>
 
 namespace fpsolve {
 
@@ -23,9 +26,19 @@ std::string quoted(std::string const& s) {
   return r + "\"";
 }
 
+std::string symbol_text(std::string const& name) {
+  return SExpr{false, Token{Tok::symbol, name, {}}, {}, {}}.to_text();
+}
+
 std::string symbol_of(SExpr const& e, char const* what) {
   if (e.is_list || e.atom.kind != Tok::symbol)
     throw SmtError(e.pos, std::string("expected a symbol for ") + what);
+  return e.atom.text;
+}
+
+std::string keyword_of(SExpr const& e) {
+  if (e.is_list || e.atom.kind != Tok::keyword)
+    throw SmtError(e.pos, "expected a keyword such as :print-success");
   return e.atom.text;
 }
 
@@ -39,12 +52,30 @@ void expect_no_params(SExpr const& e, char const* what) {
     throw SmtError(e.pos, std::string(what) + " with parameters is not supported; expected ()");
 }
 
+// Every level costs memory even when empty, so the stack is bounded.
+constexpr std::size_t kMaxLevels = 1000000;
+
 std::size_t levels_of(SExpr const& cmd) {
   if (cmd.items.size() == 1) return 1;
-  if (cmd.items.size() != 2 || cmd.items[1].is_list || cmd.items[1].atom.kind != Tok::numeral ||
-      cmd.items[1].atom.text.size() > 6)
+  if (cmd.items.size() != 2 || cmd.items[1].is_list || cmd.items[1].atom.kind != Tok::numeral)
     throw SmtError(cmd.pos, "malformed command; expected (push n) or (pop n) with a numeral n");
-  return std::stoul(cmd.items[1].atom.text);
+  std::string const& t = cmd.items[1].atom.text;
+  if (t.size() > 7 || std::stoul(t) > kMaxLevels)
+    throw SmtError(cmd.items[1].pos, "too many levels; expected at most 1000000");
+  return std::stoul(t);
+}
+
+// The name given by (! t ... :named n ...), or "".
+std::string name_of(SExpr const& e) {
+  if (!e.is_list || e.items.size() < 2 || !e.items[0].is_symbol("!")) return "";
+  for (std::size_t i = 2; i + 1 < e.items.size(); ++i) {
+    SExpr const& k = e.items[i];
+    SExpr const& n = e.items[i + 1];
+    if (!k.is_list && k.atom.kind == Tok::keyword && k.atom.text == ":named" && !n.is_list &&
+        n.atom.kind == Tok::symbol)
+      return n.atom.text;
+  }
+  return "";
 }
 
 std::string rm_text(IEEEFloat const& v) {
@@ -60,173 +91,542 @@ std::string value_text(Problem const& p, std::vector<IEEEFloat> const& model, Va
 // A sat answer whose model fails the exact check: never printed.
 struct ModelBug {};
 
+// Whether a command printed an answer of its own; `success` is printed for
+// the others under :print-success.
+enum class Reply { quiet, answered, exit };
+
+enum class Last { none, sat, unsat, unknown };
+
 class Session {
 public:
-  Session(std::ostream& out, DriverOptions const& o) : out_(out), opt_(o) {}
+  Session(Reader& reader, std::ostream& out, DriverOptions const& start);
   // False at (exit).
   bool command(SExpr const& cmd);
+  void error(std::string const& message);
+  // Reading and elaborating are timed into the statistics' parse time.
+  double& parse_time() { return totals_.parse_time; }
 
 private:
-  void check_sat();
+  struct Asserted {
+    SExpr term;       // as written, for get-assertions and get-assignment
+    std::string name; // of a named assertion, else empty
+  };
+  struct Assumption {
+    SExpr term;
+    int node;
+  };
+
+  Reply run(std::string const& name, SExpr const& cmd);
+  Reply set_option(SExpr const& cmd);
+  Reply get_info(SExpr const& cmd);
+  void change(std::string const& name, SExpr const& cmd);
+  void check_sat(std::vector<Assumption> assumptions);
+  Result solve_roots(std::vector<int> const& roots);
   void get_model(SExpr const& cmd);
   void get_value(SExpr const& cmd);
-  void need_model(SExpr const& cmd) const {
-    if (!have_model_)
-      throw SmtError(cmd.pos, "no model available; expected a check-sat answering sat first");
-  }
+  void get_assignment(SExpr const& cmd);
+  std::string unsat_core(SExpr const& cmd);
+  std::string unsat_assumptions(SExpr const& cmd);
+  std::ostream* channel(std::string const& name, std::unique_ptr<std::ofstream>& file, Pos pos);
+  void fresh_problem();
+  void need(Last what, SExpr const& cmd, char const* expected) const;
+  void need_option(bool on, SExpr const& cmd, char const* option) const;
 
-  std::ostream& out_;
-  DriverOptions const& opt_;
-  Problem p_;
-  Elaborator el_{p_};
+  Reader& reader_;
+  std::ostream& stdout_;
+  std::ostream& stderr_;
+  DriverOptions const& start_;
+  Options opt_;
+  std::unique_ptr<std::ofstream> regular_file_, diagnostic_file_;
+  std::ostream* regular_ = nullptr;
+  std::ostream* diagnostic_ = nullptr;
+  std::unique_ptr<Problem> p_;
+  std::unique_ptr<Elaborator> el_;
+  std::vector<Asserted> asserted_; // one per entry of p_->assertions
+  std::size_t levels_ = 0;
+  // What the last check-sat left; any change to the assertions forgets it.
+  Last last_ = Last::none;
+  std::string reason_unknown_;
   std::vector<IEEEFloat> model_;
-  bool have_model_ = false;
+  std::vector<Assumption> assumptions_;
+  std::optional<std::string> core_; // computed once per unsat answer
+  Stats totals_;
 };
+
+Session::Session(Reader& reader, std::ostream& out, DriverOptions const& start)
+    : reader_(reader), stdout_(out), stderr_(start.diagnostic ? *start.diagnostic : std::cerr),
+      start_(start), opt_(start.search) {
+  regular_ = channel(opt_.regular_output_channel, regular_file_, {});
+  diagnostic_ = channel(opt_.diagnostic_output_channel, diagnostic_file_, {});
+  fresh_problem();
+}
+
+void Session::fresh_problem() {
+  el_.reset();
+  p_ = std::make_unique<Problem>();
+  el_ = std::make_unique<Elaborator>(*p_);
+  asserted_.clear();
+  levels_ = 0;
+  last_ = Last::none;
+}
+
+std::ostream* Session::channel(std::string const& name, std::unique_ptr<std::ofstream>& file,
+                               Pos pos) {
+  if (name == "stdout") return &stdout_;
+  if (name == "stderr") return &stderr_;
+  if (!start_.channel_files)
+    throw SmtError(pos, "output channel '" + name + "' refused; expected stdout or stderr");
+  // Appended to, as the standard asks of an existing file.
+  auto f = std::make_unique<std::ofstream>(name, std::ios::app);
+  if (!*f) throw SmtError(pos, "cannot open '" + name + "' for writing");
+  file = std::move(f);
+  return file.get();
+}
+
+void Session::error(std::string const& message) {
+  *regular_ << "(error " << quoted(message) << ")\n";
+  regular_->flush();
+}
+
+void Session::need(Last what, SExpr const& cmd, char const* expected) const {
+  if (last_ != what)
+    throw SmtError(cmd.pos, cmd.items[0].atom.text + " is not available; expected it right after " +
+                                expected);
+}
+
+void Session::need_option(bool on, SExpr const& cmd, char const* option) const {
+  if (!on)
+    throw SmtError(cmd.pos, cmd.items[0].atom.text + " is not enabled; expected (set-option " +
+                                option + " true) first");
+}
 
 bool Session::command(SExpr const& cmd) {
   if (!cmd.is_list || cmd.items.empty() || cmd.items[0].is_list ||
       cmd.items[0].atom.kind != Tok::symbol)
     throw SmtError(cmd.pos, "expected a command of the form (name ...)");
   std::string const name = cmd.items[0].atom.text;
+  bool const print_success = opt_.print_success;
+  Reply const r = run(name, cmd);
+  // reset answers as the client asked it to before the reset.
+  if (r != Reply::answered && (name == "reset" ? print_success : opt_.print_success))
+    *regular_ << "success\n";
+  regular_->flush();
+  diagnostic_->flush();
+  return r != Reply::exit;
+}
+
+Reply Session::run(std::string const& name, SExpr const& cmd) {
   auto const& it = cmd.items;
-  if (name == "exit") return false;
-  if (name == "set-logic" || name == "set-info" || name == "set-option") return true;
-  if (name == "check-sat") {
-    expect_arity(cmd, 1, "(check-sat)");
-    check_sat();
-    return true;
+  if (name == "exit") {
+    expect_arity(cmd, 1, "(exit)");
+    return Reply::exit;
   }
-  if (name == "get-model") {
-    expect_arity(cmd, 1, "(get-model)");
-    get_model(cmd);
-    return true;
+  if (name == "set-logic") {
+    expect_arity(cmd, 2, "(set-logic name)");
+    symbol_of(it[1], "the logic");
+    return Reply::quiet;
   }
-  if (name == "get-value") {
-    get_value(cmd);
-    return true;
+  if (name == "set-info") {
+    if (it.size() < 2 || it.size() > 3) throw SmtError(cmd.pos, "expected (set-info :key value)");
+    keyword_of(it[1]);
+    return Reply::quiet;
   }
+  if (name == "set-option") return set_option(cmd);
+  if (name == "get-option") {
+    expect_arity(cmd, 2, "(get-option :name)");
+    OptionInfo const* info = find_option(keyword_of(it[1]).substr(1));
+    *regular_ << (info ? option_text(opt_, *info) : "unsupported") << "\n";
+    return Reply::answered;
+  }
+  if (name == "get-info") return get_info(cmd);
   if (name == "echo") {
     expect_arity(cmd, 2, "(echo \"text\")");
     if (it[1].is_list || it[1].atom.kind != Tok::string)
       throw SmtError(it[1].pos, "expected a string");
-    out_ << quoted(it[1].atom.text) << "\n";
-    return true;
+    *regular_ << quoted(it[1].atom.text) << "\n";
+    return Reply::answered;
   }
-  // Everything below changes the assertions, so any earlier model is gone.
-  have_model_ = false;
+  if (name == "check-sat") {
+    expect_arity(cmd, 1, "(check-sat)");
+    check_sat({});
+    return Reply::answered;
+  }
+  if (name == "check-sat-assuming") {
+    if (it.size() != 2 || !it[1].is_list)
+      throw SmtError(cmd.pos, "malformed command; expected (check-sat-assuming (literal*))");
+    std::vector<Assumption> as;
+    {
+      PhaseTimer t(totals_.parse_time);
+      for (SExpr const& a : it[1].items) {
+        Value v = el_->elaborate(a);
+        if (!v.is_bool)
+          throw SmtError(a.pos,
+                         "wrong sort: expected a Bool assumption, found " + el_->sort_text(v));
+        as.push_back({a, v.index});
+      }
+    }
+    check_sat(std::move(as));
+    return Reply::answered;
+  }
+  if (name == "get-model") {
+    expect_arity(cmd, 1, "(get-model)");
+    get_model(cmd);
+    return Reply::answered;
+  }
+  if (name == "get-value") {
+    get_value(cmd);
+    return Reply::answered;
+  }
+  if (name == "get-assignment") {
+    expect_arity(cmd, 1, "(get-assignment)");
+    get_assignment(cmd);
+    return Reply::answered;
+  }
+  if (name == "get-assertions") {
+    expect_arity(cmd, 1, "(get-assertions)");
+    need_option(opt_.produce_assertions, cmd, ":produce-assertions");
+    std::string answer = "(";
+    for (Asserted const& a : asserted_)
+      answer += (answer.size() > 1 ? "\n " : "") + a.term.to_text();
+    *regular_ << answer << ")\n";
+    return Reply::answered;
+  }
+  if (name == "get-unsat-core") {
+    expect_arity(cmd, 1, "(get-unsat-core)");
+    *regular_ << unsat_core(cmd) << "\n";
+    return Reply::answered;
+  }
+  if (name == "get-unsat-assumptions") {
+    expect_arity(cmd, 1, "(get-unsat-assumptions)");
+    *regular_ << unsat_assumptions(cmd) << "\n";
+    return Reply::answered;
+  }
+  if (name == "reset") {
+    expect_arity(cmd, 1, "(reset)");
+    opt_ = start_.search;
+    regular_ = &stdout_; // until the startup channels are open again
+    diagnostic_ = &stderr_;
+    regular_file_.reset();
+    diagnostic_file_.reset();
+    regular_ = channel(opt_.regular_output_channel, regular_file_, cmd.pos);
+    diagnostic_ = channel(opt_.diagnostic_output_channel, diagnostic_file_, cmd.pos);
+    reader_.set_max_depth(opt_.max_nesting);
+    totals_ = Stats{};
+    fresh_problem();
+    return Reply::quiet;
+  }
+  if (name == "reset-assertions") {
+    // Declarations and definitions go too: they live on the assertion
+    // stack, and there are no global declarations.
+    expect_arity(cmd, 1, "(reset-assertions)");
+    fresh_problem();
+    return Reply::quiet;
+  }
+  PhaseTimer t(totals_.parse_time);
+  change(name, cmd);
+  // Only a command that succeeded gets here: a failed one changed nothing.
+  last_ = Last::none;
+  return Reply::quiet;
+}
+
+// The commands that change the declarations or the assertions.
+void Session::change(std::string const& name, SExpr const& cmd) {
+  auto const& it = cmd.items;
   if (name == "declare-const") {
     expect_arity(cmd, 3, "(declare-const name sort)");
-    el_.declare(symbol_of(it[1], "the constant"), it[2], it[1]);
+    el_->declare(symbol_of(it[1], "the constant"), it[2], it[1]);
   } else if (name == "declare-fun") {
     expect_arity(cmd, 4, "(declare-fun name () sort)");
     expect_no_params(it[2], "declare-fun");
-    el_.declare(symbol_of(it[1], "the function"), it[3], it[1]);
+    el_->declare(symbol_of(it[1], "the function"), it[3], it[1]);
+  } else if (name == "define-const") {
+    expect_arity(cmd, 4, "(define-const name sort term)");
+    el_->define(symbol_of(it[1], "the constant"), it[2], it[3], it[1]);
   } else if (name == "define-fun") {
     expect_arity(cmd, 5, "(define-fun name ((param sort)*) sort term)");
-    el_.define_fun(symbol_of(it[1], "the function"), it[2], it[3], it[4], it[1]);
+    el_->define_fun(symbol_of(it[1], "the function"), it[2], it[3], it[4], it[1]);
   } else if (name == "define-sort") {
     expect_arity(cmd, 4, "(define-sort name () sort)");
     expect_no_params(it[2], "define-sort");
-    el_.define_sort(symbol_of(it[1], "the sort"), it[3], it[1]);
+    el_->define_sort(symbol_of(it[1], "the sort"), it[3], it[1]);
   } else if (name == "declare-sort") {
     expect_arity(cmd, 3, "(declare-sort name arity)");
     if (it[2].is_list || it[2].atom.kind != Tok::numeral)
       throw SmtError(it[2].pos, "expected the sort's arity, a numeral");
-    el_.declare_sort(symbol_of(it[1], "the sort"), it[1]);
+    el_->declare_sort(symbol_of(it[1], "the sort"), it[1]);
   } else if (name == "assert") {
     expect_arity(cmd, 2, "(assert term)");
-    el_.assert_formula(it[1]);
+    el_->assert_formula(it[1]);
+    asserted_.push_back({it[1], name_of(it[1])});
   } else if (name == "push") {
-    el_.push(levels_of(cmd));
+    std::size_t const n = levels_of(cmd);
+    if (levels_ + n > kMaxLevels)
+      throw SmtError(cmd.pos, "too many levels; expected at most 1000000 in all");
+    el_->push(n);
+    levels_ += n;
   } else if (name == "pop") {
-    el_.pop(levels_of(cmd), cmd);
+    std::size_t const n = levels_of(cmd);
+    el_->pop(n, cmd);
+    levels_ -= n;
+    asserted_.resize(p_->assertions.size());
+  } else if (name == "define-funs-rec" || name == "define-fun-rec" || name == "declare-datatypes" ||
+             name == "declare-datatype" || name == "get-proof") {
+    throw SmtError(it[0].pos, "unsupported command '" + name + "' (outside QF_FP)");
   } else {
-    if (name == "define-funs-rec" || name == "define-fun-rec" || name == "declare-datatypes" ||
-        name == "check-sat-assuming")
-      throw SmtError(it[0].pos, "unsupported command '" + name + "' (outside QF_FP)");
-    throw SmtError(
-        it[0].pos,
-        "unknown command '" + name +
-            "'; expected set-logic, set-info, set-option, "
-            "declare-const, declare-fun, declare-sort, define-fun, define-sort, assert, check-sat, "
-            "get-model, get-value, push, pop or exit");
+    throw SmtError(it[0].pos,
+                   "unknown command '" + name +
+                       "'; expected an SMT-LIB 2.6 command such as assert, check-sat, get-model, "
+                       "push, pop, set-option, get-info or exit");
   }
-  return true;
 }
 
-void Session::check_sat() {
-  Result r = solve(p_, opt_.search);
-  have_model_ = r.answer == Answer::sat;
-  model_ = std::move(r.model);
-  if (have_model_) {
-    // Every sat is checked: the model, with every term computed exactly by
-    // the host's arithmetic, must make every assertion true.
-    std::string why;
-    if (!verify_model(p_, model_, &why)) {
-      std::cerr << "fpsolve: internal error, please report: the search answered sat but " << why
-                << "\n";
-      for (int v : p_.declared)
-        std::cerr << "  " << p_.vars[v].name << " = " << model_[v].to_str() << "\n";
-      throw ModelBug{};
-    }
+Reply Session::set_option(SExpr const& cmd) {
+  expect_arity(cmd, 3, "(set-option :name value)");
+  OptionInfo const* info = find_option(keyword_of(cmd.items[1]).substr(1));
+  if (!info) {
+    *regular_ << "unsupported\n";
+    return Reply::answered;
   }
-  out_ << (r.answer == Answer::sat     ? "sat"
-           : r.answer == Answer::unsat ? "unsat"
-                                       : "unknown")
-       << "\n";
-  if (opt_.search.stats) print_stats(out_, r.stats);
-  out_.flush();
+  SExpr const& v = cmd.items[2];
+  bool const is_text = info->kind == OptionKind::text;
+  if (v.is_list || (v.atom.kind == Tok::string) != is_text)
+    throw SmtError(v.pos, "option '" + std::string(info->name) + "' expects " +
+                              (is_text ? "a string" : "a symbol or a number"));
+  Options next = opt_;
+  std::string why;
+  if (!fpsolve::set_option(next, *info, v.atom.text, &why)) throw SmtError(v.pos, why);
+  // A channel that cannot be opened leaves the option as it was.
+  if (info->name == "regular-output-channel")
+    regular_ = channel(next.regular_output_channel, regular_file_, v.pos);
+  if (info->name == "diagnostic-output-channel")
+    diagnostic_ = channel(next.diagnostic_output_channel, diagnostic_file_, v.pos);
+  opt_ = next;
+  reader_.set_max_depth(opt_.max_nesting);
+  return Reply::quiet;
+}
+
+Reply Session::get_info(SExpr const& cmd) {
+  expect_arity(cmd, 2, "(get-info :key)");
+  std::string const key = keyword_of(cmd.items[1]);
+  std::ostream& o = *regular_;
+  if (key == ":name") {
+    o << "(:name \"fpsolve\")\n";
+  } else if (key == ":version") {
+    o << "(:version " << quoted(start_.version) << ")\n";
+  } else if (key == ":authors") {
+    o << "(:authors \"The qorv-fp authors\")\n";
+  } else if (key == ":error-behavior") {
+    o << "(:error-behavior continued-execution)\n";
+  } else if (key == ":reason-unknown") {
+    need(Last::unknown, cmd, "a check-sat answering unknown");
+    o << "(:reason-unknown " << (reason_unknown_.empty() ? "incomplete" : reason_unknown_) << ")\n";
+  } else if (key == ":assertion-stack-levels") {
+    o << "(:assertion-stack-levels " << levels_ << ")\n";
+  } else if (key == ":all-statistics") {
+    // Totals over every check-sat so far (and the unsat cores' re-solves).
+    print_stats(o, totals_);
+  } else {
+    o << "unsupported\n";
+  }
+  return Reply::answered;
+}
+
+// Solves with `roots` as the assertions, then puts the assertions back.
+// Every sat is checked: the model, with every term computed exactly by the
+// host's arithmetic, must make every root true.
+Result Session::solve_roots(std::vector<int> const& roots) {
+  std::vector<int> const saved = p_->assertions;
+  p_->assertions = roots;
+  Options o = opt_;
+  if (!o.trace_out) o.trace_out = diagnostic_;
+  Result r;
+  try {
+    r = solve(*p_, o);
+  } catch (...) {
+    p_->assertions = saved;
+    throw;
+  }
+  totals_ += r.stats;
+  std::string why;
+  if (r.answer == Answer::sat && !verify_model(*p_, r.model, &why)) {
+    std::cerr << "fpsolve: internal error, please report: the search answered sat but " << why
+              << "\n";
+    for (int v : p_->declared)
+      std::cerr << "  " << p_->vars[v].name << " = " << r.model[v].to_str() << "\n";
+    throw ModelBug{};
+  }
+  p_->assertions = saved;
+  return r;
+}
+
+void Session::check_sat(std::vector<Assumption> assumptions) {
+  last_ = Last::none;
+  std::vector<int> roots = p_->assertions;
+  for (Assumption const& a : assumptions)
+    roots.push_back(a.node);
+  Result r = solve_roots(roots);
+  if (opt_.stats) print_stats(*diagnostic_, r.stats);
+  last_ = r.answer == Answer::sat     ? Last::sat
+          : r.answer == Answer::unsat ? Last::unsat
+                                      : Last::unknown;
+  reason_unknown_ = r.reason_unknown;
+  // Where the search does not say why, the only limits it has do.
+  if (last_ == Last::unknown && reason_unknown_.empty())
+    reason_unknown_ = opt_.max_decisions && r.stats.decisions >= opt_.max_decisions ? "resourceout"
+                      : opt_.timeout > 0                                            ? "timeout"
+                                                                                    : "incomplete";
+  model_ = std::move(r.model);
+  assumptions_ = std::move(assumptions);
+  core_.reset();
+  *regular_ << (last_ == Last::sat ? "sat" : last_ == Last::unsat ? "unsat" : "unknown") << "\n";
 }
 
 void Session::get_model(SExpr const& cmd) {
-  need_model(cmd);
-  out_ << "(\n";
-  for (int v : p_.declared) {
-    Var const& var = p_.vars[v];
-    out_ << "  (define-fun " << SExpr{false, Token{Tok::symbol, var.name, {}}, {}, {}}.to_text()
-         << " () ";
+  need_option(opt_.produce_models, cmd, ":produce-models");
+  need(Last::sat, cmd, "a check-sat answering sat");
+  std::ostream& o = *regular_;
+  o << "(\n";
+  for (int v : p_->declared) {
+    Var const& var = p_->vars[v];
+    o << "  (define-fun " << symbol_text(var.name) << " () ";
     if (var.is_bool)
-      out_ << "Bool " << (model_[v].is_nan() ? "false" : "true");
+      o << "Bool " << (model_[v].is_nan() ? "false" : "true");
     else if (var.is_rm)
-      out_ << "RoundingMode " << rm_text(model_[v]);
+      o << "RoundingMode " << rm_text(model_[v]);
     else
-      out_ << "(_ FloatingPoint " << var.fmt.eb << " " << var.fmt.sb << ") " << model_[v].to_str();
-    out_ << ")\n";
+      o << "(_ FloatingPoint " << var.fmt.eb << " " << var.fmt.sb << ") " << model_[v].to_str();
+    o << ")\n";
   }
-  out_ << ")\n";
+  o << ")\n";
 }
 
 void Session::get_value(SExpr const& cmd) {
   if (cmd.items.size() != 2 || !cmd.items[1].is_list || cmd.items[1].items.empty())
     throw SmtError(cmd.pos, "malformed command; expected (get-value (term ...))");
-  need_model(cmd);
+  need_option(opt_.produce_models, cmd, ":produce-models");
+  need(Last::sat, cmd, "a check-sat answering sat");
   std::string answer = "(";
   for (SExpr const& t : cmd.items[1].items) {
-    Value v = el_.elaborate(t);
+    Value v = el_->elaborate(t);
     if (answer.size() > 1) answer += "\n ";
-    answer += "(" + t.to_text() + " " + value_text(p_, model_, v) + ")";
+    answer += "(" + t.to_text() + " " + value_text(*p_, model_, v) + ")";
   }
-  out_ << answer << ")\n";
+  *regular_ << answer << ")\n";
+}
+
+// The named Boolean terms of the assertions, in the order they are written.
+void Session::get_assignment(SExpr const& cmd) {
+  need_option(opt_.produce_assignments, cmd, ":produce-assignments");
+  need(Last::sat, cmd, "a check-sat answering sat");
+  std::vector<std::string> names;
+  std::vector<SExpr const*> todo; // depth first, without recursion
+  for (auto a = asserted_.rbegin(); a != asserted_.rend(); ++a)
+    todo.push_back(&a->term);
+  while (!todo.empty()) {
+    SExpr const& e = *todo.back();
+    todo.pop_back();
+    std::string n = name_of(e);
+    if (!n.empty() && std::find(names.begin(), names.end(), n) == names.end())
+      names.push_back(std::move(n));
+    for (auto k = e.items.rbegin(); k != e.items.rend(); ++k)
+      if (k->is_list) todo.push_back(&*k);
+  }
+  std::string answer = "(";
+  for (std::string const& n : names) {
+    Value v = el_->elaborate(SExpr{false, Token{Tok::symbol, n, {}}, {}, {}});
+    if (!v.is_bool) continue;
+    if (answer.size() > 1) answer += "\n ";
+    answer += "(" + symbol_text(n) + " " + value_text(*p_, model_, v) + ")";
+  }
+  *regular_ << answer << ")\n";
+}
+
+// Deletion: a named assertion leaves the core only when the rest is proven
+// unsat without it, so the core is unsat whatever the re-solves answer.
+std::string Session::unsat_core(SExpr const& cmd) {
+  need_option(opt_.produce_unsat_cores, cmd, ":produce-unsat-cores");
+  need(Last::unsat, cmd, "a check-sat answering unsat");
+  if (core_) return *core_;
+  std::vector<int> fixed;
+  std::vector<std::size_t> core;
+  for (std::size_t i = 0; i < asserted_.size(); ++i)
+    if (asserted_[i].name.empty())
+      fixed.push_back(p_->assertions[i]);
+    else
+      core.push_back(i);
+  for (Assumption const& a : assumptions_)
+    fixed.push_back(a.node);
+  for (std::size_t k = 0; k < core.size();) {
+    std::vector<int> roots = fixed;
+    for (std::size_t j = 0; j < core.size(); ++j)
+      if (j != k) roots.push_back(p_->assertions[core[j]]);
+    if (solve_roots(roots).answer == Answer::unsat)
+      core.erase(core.begin() + static_cast<std::ptrdiff_t>(k));
+    else
+      ++k;
+  }
+  std::string answer = "(";
+  for (std::size_t i : core)
+    answer += (answer.size() > 1 ? " " : "") + symbol_text(asserted_[i].name);
+  core_ = answer + ")";
+  return *core_;
+}
+
+std::string Session::unsat_assumptions(SExpr const& cmd) {
+  need_option(opt_.produce_unsat_assumptions, cmd, ":produce-unsat-assumptions");
+  need(Last::unsat, cmd, "a check-sat-assuming answering unsat");
+  std::vector<std::size_t> kept;
+  for (std::size_t i = 0; i < assumptions_.size(); ++i)
+    kept.push_back(i);
+  for (std::size_t k = 0; k < kept.size();) {
+    std::vector<int> roots = p_->assertions;
+    for (std::size_t j = 0; j < kept.size(); ++j)
+      if (j != k) roots.push_back(assumptions_[kept[j]].node);
+    if (solve_roots(roots).answer == Answer::unsat)
+      kept.erase(kept.begin() + static_cast<std::ptrdiff_t>(k));
+    else
+      ++k;
+  }
+  std::string answer = "(";
+  for (std::size_t i : kept)
+    answer += (answer.size() > 1 ? " " : "") + assumptions_[i].term.to_text();
+  return answer + ")";
 }
 
 } // namespace
 
 int run_script(std::istream& in, std::ostream& out, DriverOptions const& options) {
-  Reader reader(in);
-  Session session(out, options);
+  Reader reader(in, options.search.max_nesting);
+  std::optional<Session> session;
   try {
-    while (std::unique_ptr<SExpr> cmd = reader.next())
-      if (!session.command(*cmd)) break;
-  } catch (ModelBug const&) {
-    return 3;
+    session.emplace(reader, out, options);
   } catch (SmtError const& e) {
-    out << "(error " << quoted(e.what()) << ")\n";
-    return 1;
-  } catch (std::exception const& e) {
-    out << "(error " << quoted(std::string("cannot process the input: ") + e.what()) << ")\n";
-    return 1;
+    // A startup channel: the message's position means nothing here.
+    std::string const why = e.what();
+    (options.diagnostic ? *options.diagnostic : std::cerr)
+        << "fpsolve: " << why.substr(why.find(": ") + 2) << "\n";
+    return kExitBadOptions;
   }
-  return 0;
+  bool failed = false;
+  for (;;) {
+    try {
+      std::unique_ptr<SExpr> cmd;
+      {
+        PhaseTimer t(session->parse_time());
+        cmd = reader.next();
+      }
+      if (!cmd || !session->command(*cmd)) break;
+    } catch (ModelBug const&) {
+      return kExitModelBug;
+    } catch (SmtError const& e) {
+      session->error(e.what());
+      failed = true;
+    } catch (std::exception const& e) {
+      session->error(std::string("cannot process the command: ") + e.what());
+      failed = true;
+    }
+  }
+  return failed ? kExitInputError : kExitClean;
 }
 
 } // namespace fpsolve

@@ -140,8 +140,12 @@ std::string SExpr::to_text() const {
       return "#b" + atom.text;
     case Tok::hex:
       return "#x" + atom.text;
-    case Tok::string:
-      return "\"" + atom.text + "\"";
+    case Tok::string: {
+      std::string r = "\"";
+      for (char ch : atom.text)
+        r += ch == '"' ? std::string("\"\"") : std::string(1, ch);
+      return r + "\"";
+    }
     case Tok::symbol: {
       bool simple = !atom.text.empty() && !std::isdigit(static_cast<unsigned char>(atom.text[0]));
       for (char ch : atom.text)
@@ -169,6 +173,20 @@ std::unique_ptr<SExpr> Reader::next() {
   return std::make_unique<SExpr>(read(std::move(t)));
 }
 
+void Reader::skip_rest(std::size_t depth) {
+  while (depth > 0) {
+    Token t;
+    try {
+      t = lex_.next();
+    } catch (SmtError const&) {
+      continue; // every lexer error consumes at least one character
+    }
+    if (t.kind == Tok::eof) return;
+    if (t.kind == Tok::lparen) ++depth;
+    if (t.kind == Tok::rparen) --depth;
+  }
+}
+
 // Iterative, so deep nesting costs heap, not stack.
 SExpr Reader::read(Token first) {
   if (first.kind != Tok::lparen) {
@@ -183,7 +201,13 @@ SExpr Reader::read(Token first) {
   top.pos = first.pos;
   stack.push_back(std::move(top));
   for (;;) {
-    Token t = lex_.next();
+    Token t;
+    try {
+      t = lex_.next();
+    } catch (SmtError const&) {
+      skip_rest(stack.size());
+      throw;
+    }
     if (t.kind == Tok::eof) {
       Pos open = stack.back().pos;
       throw SmtError(t.pos, "unbalanced parentheses: expected ')' to close the '(' at line " +
@@ -191,7 +215,11 @@ SExpr Reader::read(Token first) {
                                 std::to_string(open.column) + ", found the end of the input");
     }
     if (t.kind == Tok::lparen) {
-      if (stack.size() >= kMaxDepth) throw SmtError(t.pos, "expressions nested too deeply");
+      if (stack.size() >= max_depth_) {
+        skip_rest(stack.size() + 1);
+        throw SmtError(t.pos, "expressions nested deeper than max-nesting (" +
+                                  std::to_string(max_depth_) + ")");
+      }
       SExpr e;
       e.is_list = true;
       e.pos = t.pos;

@@ -5,8 +5,15 @@
 // answered command by command and an error late in the file still lets the
 // earlier commands run.  Every failure is an SmtError carrying the position
 // it refers to and a message saying what was expected there; nothing in the
-// reader crashes or loops on malformed text.  Nesting is limited
-// (kMaxDepth) so a hostile input cannot exhaust the stack.
+// reader crashes or loops on malformed text.  Nesting is limited (the
+// max-nesting option) so a hostile input cannot exhaust the memory.
+//
+// After an error the reader stays usable: a malformed top-level expression
+// is skipped up to the parenthesis that closes it (or the end of the input),
+// so the next call to next() starts at the next command, as a solver that
+// continues after errors needs.  It never reads past the closing parenthesis
+// of a command, so a client on a pipe gets its answer before it writes the
+// next command.
 #pragma once
 
 #include <cstddef>
@@ -66,14 +73,20 @@ struct SExpr {
 
 class Reader {
 public:
-  static constexpr std::size_t kMaxDepth = 1000;
-  explicit Reader(std::istream& in) : lex_(in) {}
+  explicit Reader(std::istream& in, std::size_t max_depth = 1000)
+      : lex_(in), max_depth_(max_depth) {}
   // The next top-level expression, or nullptr at the end of the input.
   std::unique_ptr<SExpr> next();
+  // The deepest nesting of parentheses accepted from now on (at least 1).
+  void set_max_depth(std::size_t depth) { max_depth_ = depth < 1 ? 1 : depth; }
 
 private:
   SExpr read(Token first);
+  // Consumes tokens until `depth` open parentheses are closed or the input
+  // ends, ignoring malformed tokens: what is left of an expression in error.
+  void skip_rest(std::size_t depth);
   Lexer lex_;
+  std::size_t max_depth_;
 };
 
 } // namespace fpsolve

@@ -17,14 +17,16 @@ using fpsolve::DriverOptions;
 struct Outcome {
   int status;
   std::string out;
+  std::string diagnostic; // statistics and traces
 };
 
 Outcome run(std::string const& script, DriverOptions opt = {}) {
   opt.search.check = true;
   std::istringstream in(script);
-  std::ostringstream out;
+  std::ostringstream out, diagnostic;
+  opt.diagnostic = &diagnostic;
   int status = fpsolve::run_script(in, out, opt);
-  return {status, out.str()};
+  return {status, out.str(), diagnostic.str()};
 }
 
 std::string answer(std::string const& script) {
@@ -145,9 +147,9 @@ TEST(Fpsolve, LimitsStatsAndTrace) {
   traced.search.trace = true;
   traced.search.trace_out = &trace;
   Outcome r = run(hard, traced);
-  EXPECT_EQ(r.out.substr(0, 6), "unsat\n");
-  EXPECT_NE(r.out.find("(:decisions "), std::string::npos);
-  EXPECT_NE(r.out.find(" :backtracks "), std::string::npos);
+  EXPECT_EQ(r.out, "unsat\n"); // statistics go to the diagnostic channel
+  EXPECT_NE(r.diagnostic.find("(:decisions "), std::string::npos);
+  EXPECT_NE(r.diagnostic.find(" :backtracks "), std::string::npos);
   EXPECT_NE(trace.str().find("; backtrack 1:"), std::string::npos);
   EXPECT_NE(trace.str().find("S["), std::string::npos) << trace.str();
   // x <= y < x + z: no pick of interval ends meets it at once, and bisection
@@ -156,8 +158,9 @@ TEST(Fpsolve, LimitsStatsAndTrace) {
   Outcome probed = run("(declare-const x Float64)(declare-const y Float64)(declare-const z Float64)"
                        "(assert (fp.leq x y))(assert (fp.lt y (fp.add RNE x z)))(check-sat)",
                        traced);
-  EXPECT_EQ(probed.out.substr(0, 18), "sat\n(:decisions 0\n") << probed.out;
-  EXPECT_NE(probed.out.find(":probes 1\n"), std::string::npos) << probed.out;
+  EXPECT_EQ(probed.out, "sat\n");
+  EXPECT_EQ(probed.diagnostic.substr(0, 14), "(:decisions 0\n") << probed.diagnostic;
+  EXPECT_NE(probed.diagnostic.find(":probes 1\n"), std::string::npos) << probed.diagnostic;
   // Without arithmetic too: x = y but x distinct from |y| needs a negative x;
   // bisection alone took 18,732 decisions (most of the positive half).
   // In Float128 the probe's middle of [NaN, +inf] spans almost 2^128 ranks.
@@ -166,7 +169,8 @@ TEST(Fpsolve, LimitsStatsAndTrace) {
     probed = run("(declare-const x " + s + ")(declare-const y " + s +
                      ")(assert (= x y))(assert (distinct x (fp.abs y)))(check-sat)",
                  traced);
-    EXPECT_EQ(probed.out.substr(0, 18), "sat\n(:decisions 0\n") << probed.out;
+    EXPECT_EQ(probed.out + probed.diagnostic.substr(0, 14), "sat\n(:decisions 0\n")
+        << probed.diagnostic;
   }
 }
 
@@ -273,7 +277,7 @@ TEST(Fpsolve, BadInputNamesPlaceAndExpectation) {
        "(error \"line 1 column 12: expected an exponent of at least 2 bits"},
       {"(assert (= ((_ to_fp 2 3) #b0101) (_ NaN 2 3)))",
        "(error \"line 1 column 27: wrong sort: expected a bit-vector of 5 bits"},
-      {"(get-model)", "(error \"line 1 column 1: no model available"},
+      {"(get-model)", "(error \"line 1 column 1: get-model is not available"},
       {"(declare-fun f (Float32) Float32)",
        "(error \"line 1 column 16: declare-fun with parameters is not supported"},
       {"(assert \"text)", "(error \"line 1 column 9: unterminated string literal"},
@@ -296,11 +300,18 @@ TEST(Fpsolve, BadInputNamesPlaceAndExpectation) {
   EXPECT_NE(ok.out.find("(define-fun |a\\b| () (_ FloatingPoint 5 11) (fp #b0 #b11111 #b1"),
             std::string::npos)
       << ok.out;
-  // Output before the error stays; nothing after it runs.
-  Outcome r = run("(check-sat)\n(assert (fp.isNaN))\n(check-sat)");
-  EXPECT_EQ(r.out, "sat\n(error \"line 2 column 9: fp.isNaN expects 1 argument\")\n");
-  // Deep nesting is an error, not a stack overflow.
+  // The script goes on after an error, which changed nothing; a malformed
+  // command is skipped up to its closing parenthesis.
+  Outcome r = run("(check-sat)\n(assert (fp.isNaN))\n(check-sat)(assert (#z x))(check-sat)");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.out, "sat\n(error \"line 2 column 9: fp.isNaN expects 1 argument\")\nsat\n"
+                   "(error \"line 3 column 21: expected '#b' or '#x' literal\")\nsat\n");
+  // Deep nesting is an error, not a stack overflow; the limit is an option.
   EXPECT_EQ(run(std::string(20000, '(')).status, 1);
+  DriverOptions shallow;
+  shallow.search.max_nesting = 3;
+  EXPECT_EQ(run("(assert (not (not (not true))))(check-sat)", shallow).out,
+            "(error \"line 1 column 19: expressions nested deeper than max-nesting (3)\")\nsat\n");
 }
 
 } // namespace
