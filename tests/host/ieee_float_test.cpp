@@ -2,7 +2,7 @@
 // exact oracle, and value semantics of wide values including allocation
 // failure.
 #include "host/ieee_float.h"
-#include "support/packed_order.h"
+#include "host/packed_order.h"
 #include "tests/common/alloc_failure.h"
 #include "tests/common/fp_oracle_check.h"
 
