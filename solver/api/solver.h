@@ -57,6 +57,8 @@ public:
 
   // One of fpsolve's options by its command-line name ("max-decisions",
   // "timeout", "probe", ...), the value as text ("100", "2.5", "false").
+  // The search's rows act as in the command; the reporting rows (stats,
+  // trace, the output channels) are accepted, and nothing is printed.
   void set_option(std::string_view name, std::string_view value);
   // The option's current value as SMT-LIB text.
   std::string get_option(std::string_view name) const;
