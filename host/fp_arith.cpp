@@ -8,6 +8,7 @@
 // the program changes it; the tests check them against the MPFR path.
 #include "host/fp_arith.h"
 
+#include "host/bit_fields.h"
 #include "host/fp_arith_double.h"
 #include "host/mpfr_bridge.h"
 
@@ -81,12 +82,12 @@ struct Finite {
 };
 Finite finite_of(IEEEFloat const& x) {
   format const f = x.get_format();
-  std::uint64_t const p = x.payload_u64(), hidden = std::uint64_t{1} << (f.sb - 1);
-  std::uint64_t const exp = (p >> (f.sb - 1)) & ((std::uint64_t{1} << f.eb) - 1);
+  BitFields const fields(x);
+  std::uint64_t const exp = fields.exponent(), trail = fields.trailing();
   std::int64_t const bias = (std::int64_t{1} << (f.eb - 1)) - 1;
   std::int64_t const e =
       (exp == 0 ? 1 : static_cast<std::int64_t>(exp)) - bias - static_cast<std::int64_t>(f.sb - 1);
-  return {exp == 0 ? (p & (hidden - 1)) : ((p & (hidden - 1)) | hidden), e};
+  return {exp == 0 ? trail : trail | (std::uint64_t{1} << (f.sb - 1)), e};
 }
 
 __extension__ using u128 = unsigned __int128;
