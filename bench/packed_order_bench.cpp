@@ -9,7 +9,7 @@
 #include "bench_util.h"
 
 #include "host/ieee_float.h"
-#include "support/packed_order.h"
+#include "host/packed_order.h"
 
 #include <gmp.h>
 

@@ -10,8 +10,8 @@
 // leaves the last decision as it was and never strands an element.
 #include "fp/interval_heuristics.h"
 
+#include "host/packed_order.h"
 #include "host/pick_mid.h"
-#include "support/packed_order.h"
 
 #include <cassert>
 #include <cstddef>

@@ -15,11 +15,11 @@
 // may reallocate the arrays, which invalidates references to ends.
 #pragma once
 
-#include "host/ieee_float.h"
-#include "host/terms.h"
-#include "host/theory_lit.h"
-#include "support/append_room.h"
-#include "support/packed_order.h"
+#include "../host/ieee_float.h"
+#include "../host/packed_order.h"
+#include "../host/terms.h"
+#include "../host/theory_lit.h"
+#include "../support/append_room.h"
 
 #include <cassert>
 #include <cstddef>

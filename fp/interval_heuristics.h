@@ -20,13 +20,13 @@
 // thread; the packed order and rational comparisons write process-wide state.
 #pragma once
 
-#include "fp/fp_value_interval.h"
-#include "fp/limit_queue.h"
-#include "host/fp_host.h"
-#include "host/ieee_float.h"
-#include "host/terms.h"
-#include "host/theory_lit.h"
-#include "support/hashtable.h"
+#include "../host/fp_host.h"
+#include "../host/ieee_float.h"
+#include "../host/terms.h"
+#include "../host/theory_lit.h"
+#include "../support/hashtable.h"
+#include "fp_value_interval.h"
+#include "limit_queue.h"
 
 #include <cstdint>
 #include <string>

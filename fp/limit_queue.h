@@ -31,7 +31,7 @@
 // the queue as it was; so does a limit whose copy throws.  Not thread-safe.
 #pragma once
 
-#include "host/ieee_float.h"
+#include "../host/ieee_float.h"
 
 #include <cassert>
 #include <cstddef>

@@ -9,7 +9,7 @@
 // 32/64-bit payloads with equal NaN status and sign.  Values reached by
 // copies, moves and the unchecked factory must order as fresh ones.
 #include "float_model.h"
-#include "support/packed_order.h"
+#include "host/packed_order.h"
 
 #include <cstring>
 

@@ -8,6 +8,7 @@
 // the program changes it; the tests check them against the MPFR path.
 #include "host/fp_arith.h"
 
+#include "host/bit_fields.h"
 #include "host/fp_arith_double.h"
 #include "host/mpfr_bridge.h"
 
@@ -81,12 +82,12 @@ struct Finite {
 };
 Finite finite_of(IEEEFloat const& x) {
   format const f = x.get_format();
-  std::uint64_t const p = x.payload_u64(), hidden = std::uint64_t{1} << (f.sb - 1);
-  std::uint64_t const exp = (p >> (f.sb - 1)) & ((std::uint64_t{1} << f.eb) - 1);
+  BitFields const fields(x);
+  std::uint64_t const exp = fields.exponent(), trail = fields.trailing();
   std::int64_t const bias = (std::int64_t{1} << (f.eb - 1)) - 1;
   std::int64_t const e =
       (exp == 0 ? 1 : static_cast<std::int64_t>(exp)) - bias - static_cast<std::int64_t>(f.sb - 1);
-  return {exp == 0 ? (p & (hidden - 1)) : ((p & (hidden - 1)) | hidden), e};
+  return {exp == 0 ? trail : trail | (std::uint64_t{1} << (f.sb - 1)), e};
 }
 
 __extension__ using u128 = unsigned __int128;
@@ -145,6 +146,33 @@ IEEEFloat rem_narrow(IEEEFloat const& x, IEEEFloat const& y) {
 }
 
 } // namespace
+
+void detail::check_rm(rounding_mode rm, char const* op) {
+  if (rm > IEEEFloat::rm_toward_zero)
+    throw std::invalid_argument(std::string("swflt::") + op + ": invalid rounding mode " +
+                                std::to_string(static_cast<unsigned>(rm)) +
+                                " (need 0 to 4: RNE, RNA, RTP, RTN, RTZ)");
+}
+
+void detail::check_arith_format(format f, char const* op) {
+  IEEEFloat::check_format(f);
+  check_operand_format(f, op);
+}
+
+void detail::check_operand_format(format f, char const* op) {
+  if (f.eb > max_arith_eb)
+    throw std::invalid_argument(std::string("swflt::") + op + ": format " + format_text(f) +
+                                " has more than " + std::to_string(max_arith_eb) +
+                                " exponent bits, beyond the arithmetic's exponent range");
+}
+
+void detail::check_same(char const* op, IEEEFloat const& x, IEEEFloat const& y) {
+  if (!(x.get_format() == y.get_format()))
+    throw std::invalid_argument(std::string("swflt::") + op + ": operands of different formats " +
+                                format_text(x.get_format()) + " and " +
+                                format_text(y.get_format()));
+  check_operand_format(x.get_format(), op);
+}
 
 std::string_view rounding_mode_name(rounding_mode rm) {
   check_rm(rm, "rounding_mode_name");
@@ -302,8 +330,8 @@ IEEEFloat round_to_integral(rounding_mode rm, IEEEFloat const& x) {
 std::partial_ordering compare(IEEEFloat const& x, IEEEFloat const& y) {
   if (!(x.get_format() == y.get_format()))
     throw std::invalid_argument("swflt::compare: operands of different formats " +
-                                detail::format_text(x.get_format()) + " and " +
-                                detail::format_text(y.get_format()));
+                                format_text(x.get_format()) + " and " +
+                                format_text(y.get_format()));
   if (x.is_nan() || y.is_nan()) return std::partial_ordering::unordered;
   if (x.narrow()) {
     // Sign-magnitude to a signed key: both zeros map to 0.

@@ -25,7 +25,7 @@
 // thread and only grows.
 #pragma once
 
-#include "host/ieee_float.h"
+#include "ieee_float.h"
 
 #include <bit>
 #include <cmath>
@@ -52,7 +52,23 @@ rounding_mode parse_rounding_mode(std::string_view text);
 IEEEFloat abs(IEEEFloat const& x);
 IEEEFloat neg(IEEEFloat const& x);
 
+// Largest exponent width the arithmetic and the conversions accept.
+inline constexpr std::uint64_t max_arith_eb = 60;
+
 namespace detail {
+// The argument checks of every public entry point (here and in fp_convert.h),
+// made before any computation.  Each throws std::invalid_argument naming
+// `op` and the value: a rounding mode outside the five; an invalid format or
+// one with more than max_arith_eb exponent bits (check_arith_format, for a
+// target format); an existing value's format beyond max_arith_eb
+// (check_operand_format: the value's format is valid by IEEEFloat's
+// invariant); operands of different formats (check_same, which also checks
+// the operand format).
+void check_rm(rounding_mode rm, char const* op);
+void check_arith_format(IEEEFloat::format f, char const* op);
+void check_operand_format(IEEEFloat::format f, char const* op);
+void check_same(char const* op, IEEEFloat const& x, IEEEFloat const& y);
+
 enum class Op2 { add, sub, mul, div };
 IEEEFloat binary_any(Op2 op, rounding_mode rm, IEEEFloat const& x, IEEEFloat const& y);
 IEEEFloat fma_any(rounding_mode rm, IEEEFloat const& x, IEEEFloat const& y, IEEEFloat const& z);
@@ -112,7 +128,7 @@ std::optional<IEEEFloat> min(IEEEFloat const& x, IEEEFloat const& y);
 std::optional<IEEEFloat> max(IEEEFloat const& x, IEEEFloat const& y);
 
 // IEEE comparison: unordered when either is NaN, +0 equivalent to -0.
-// Distinct from the packed order of support/packed_order.h.
+// Distinct from the packed order of host/packed_order.h.
 std::partial_ordering compare(IEEEFloat const& x, IEEEFloat const& y);
 inline bool eq(IEEEFloat const& x, IEEEFloat const& y) {
   return compare(x, y) == 0;

@@ -18,7 +18,7 @@
 // division-by-zero operands give exact results, which are taken as they are.
 #pragma once
 
-#include "host/fp_arith.h"
+#include "fp_arith.h"
 
 #include <optional>
 

@@ -15,8 +15,8 @@
 // width, a malformed number text.  Nothing here keeps state between calls.
 #pragma once
 
-#include "host/fp_arith.h"
-#include "support/qnumber.h"
+#include "../support/qnumber.h"
+#include "fp_arith.h"
 
 #include <gmp.h>
 #include <optional>

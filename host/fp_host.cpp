@@ -3,9 +3,9 @@
 // anything, so an allocation failure leaves trail and intervals in step.
 #include "host/fp_host.h"
 
+#include "host/packed_order.h"
 #include "support/append_room.h"
 #include "support/invariant.h"
-#include "support/packed_order.h"
 
 #include <cassert>
 #include <new>

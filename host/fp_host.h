@@ -15,12 +15,12 @@
 // trail and the intervals always move in step (check_invariants).
 #pragma once
 
-#include "fp/fp_value_interval.h"
-#include "host/ieee_float.h"
-#include "host/terms.h"
-#include "host/theory_lit.h"
-#include "support/hashtable.h"
-#include "support/memory_pool.h"
+#include "../fp/fp_value_interval.h"
+#include "../support/hashtable.h"
+#include "../support/memory_pool.h"
+#include "ieee_float.h"
+#include "terms.h"
+#include "theory_lit.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -7,6 +7,8 @@
 // exact for every width at a cost that only tools and tests pay.
 #include "host/ieee_float.h"
 
+#include "host/bit_fields.h"
+
 #include "support/mpz.h"
 
 #include <algorithm>
@@ -31,65 +33,12 @@ namespace {
 
 using format = IEEEFloat::format;
 
-// A read-only GMP view of a wide value's pattern.  The small form is viewed
-// through one limb on the stack, so reading never allocates.  Not copyable:
-// the view points into the object.
-class BitsView {
-public:
-  explicit BitsView(QNumber const& q) noexcept {
-    if (q.is_big()) {
-      p_ = q.big_num();
-    } else {
-      assert(q.small_num() >= 0 && q.small_den() == 1 && "a pattern is a non-negative integer");
-      limb_ = static_cast<mp_limb_t>(q.small_num());
-      p_ = mpz_roinit_n(tmp_, &limb_, limb_ != 0 ? 1 : 0);
-    }
-  }
-  BitsView(BitsView const&) = delete;
-  BitsView& operator=(BitsView const&) = delete;
-  operator mpz_srcptr() const noexcept { return p_; }
-
-private:
-  mp_limb_t limb_ = 0;
-  mpz_t tmp_;
-  mpz_srcptr p_;
-};
-
-std::string format_text(format f) {
-  return "(" + std::to_string(f.eb) + ", " + std::to_string(f.sb) + ")";
-}
-
 // Decimal text of an integer, abbreviated when it would be unreadably long.
 std::string readable_integer(mpz_srcptr x) {
   std::size_t const bits = mpz_sizeinbase(x, 2);
   if (bits > 256)
     return (mpz_sgn(x) < 0 ? "a negative " : "a ") + std::to_string(bits) + "-bit integer";
   return integer_text(x);
-}
-
-// The four facts every classification rests on.
-struct Fields {
-  bool sign;
-  bool exp_ones;   // exponent all ones: infinity or NaN
-  bool exp_zero;   // exponent all zeros: zero or subnormal
-  bool trail_zero; // trailing significand all zeros
-};
-
-Fields fields_of(IEEEFloat const& x) {
-  format const f = x.get_format();
-  std::uint64_t const w = f.eb + f.sb;
-  if (x.narrow()) {
-    std::uint64_t const p = x.payload_u64();
-    std::uint64_t const exp_mask = (std::uint64_t{1} << f.eb) - 1; // eb <= 62 here
-    std::uint64_t const exp = (p >> (f.sb - 1)) & exp_mask;
-    std::uint64_t const trail = p & ((std::uint64_t{1} << (f.sb - 1)) - 1);
-    return {(p >> (w - 1)) != 0, exp == exp_mask, exp == 0, trail == 0};
-  }
-  BitsView const p(x.payload_q());
-  // scan0 and scan1 give the first such bit at or above the start (ULONG_MAX
-  // when there is none), so "at or beyond the sign bit" means "none in range".
-  return {mpz_tstbit(p, w - 1) != 0, mpz_scan0(p, f.sb - 1) >= w - 1,
-          mpz_scan1(p, f.sb - 1) >= w - 1, mpz_scan1(p, 0) >= f.sb - 1};
 }
 
 // out = 2^n - 1.
@@ -170,6 +119,39 @@ void round_to_pattern(bool negative, mpz_srcptr m, std::int64_t e, format f, mpz
 }
 
 } // namespace
+
+std::string format_text(IEEEFloat::format f) {
+  return "(" + std::to_string(f.eb) + ", " + std::to_string(f.sb) + ")";
+}
+
+std::string fp_sort_text(IEEEFloat::format f) {
+  return "(_ FloatingPoint " + std::to_string(f.eb) + " " + std::to_string(f.sb) + ")";
+}
+
+void BitFields::view_wide(QNumber const& q) noexcept {
+  if (q.is_big()) {
+    wide_ = q.big_num();
+  } else {
+    assert(q.small_num() >= 0 && q.small_den() == 1 && "a pattern is a non-negative integer");
+    limb_ = static_cast<mp_limb_t>(q.small_num());
+    wide_ = mpz_roinit_n(tmp_, &limb_, limb_ != 0 ? 1 : 0);
+  }
+}
+
+std::uint64_t BitFields::wide_bits(std::uint64_t pos, std::uint64_t n) const noexcept {
+  mp_size_t const i = static_cast<mp_size_t>(pos / 64);
+  unsigned const shift = pos % 64;
+  std::uint64_t v = mpz_getlimbn(wide_, i) >> shift; // limbs past the end read 0
+  if (shift != 0 && shift + n > 64) v |= mpz_getlimbn(wide_, i + 1) << (64 - shift);
+  return v & ones(n);
+}
+
+void BitFields::trailing(mpz_ptr out) const {
+  if (narrow_)
+    mpz_set_ui(out, trailing());
+  else
+    mpz_tdiv_r_2exp(out, wide_, f_.sb - 1);
+}
 
 void IEEEFloat::check_format(format f) {
   if (f.eb < 2 || f.sb < 2 || f.eb > max_width || f.sb > max_width || f.eb + f.sb > max_width)
@@ -337,33 +319,32 @@ IEEEFloat IEEEFloat::zero(format f, bool negative) {
 }
 
 bool IEEEFloat::get_sign_wide() const {
-  BitsView const p(*payload_.q);
-  return mpz_tstbit(p, width() - 1) != 0;
+  return BitFields(*this).sign();
 }
 
 bool IEEEFloat::is_nan_wide() const {
-  Fields const x = fields_of(*this);
-  return x.exp_ones && !x.trail_zero;
+  BitFields const x(*this);
+  return x.exp_ones() && !x.trail_zero();
 }
 
 bool IEEEFloat::is_inf() const {
-  Fields const x = fields_of(*this);
-  return x.exp_ones && x.trail_zero;
+  BitFields const x(*this);
+  return x.exp_ones() && x.trail_zero();
 }
 
 bool IEEEFloat::is_zero() const {
-  Fields const x = fields_of(*this);
-  return x.exp_zero && x.trail_zero;
+  BitFields const x(*this);
+  return x.exp_zero() && x.trail_zero();
 }
 
 bool IEEEFloat::is_subnormal() const {
-  Fields const x = fields_of(*this);
-  return x.exp_zero && !x.trail_zero;
+  BitFields const x(*this);
+  return x.exp_zero() && !x.trail_zero();
 }
 
 bool IEEEFloat::is_normal() const {
-  Fields const x = fields_of(*this);
-  return !x.exp_zero && !x.exp_ones;
+  BitFields const x(*this);
+  return !x.exp_zero() && !x.exp_ones();
 }
 
 std::string IEEEFloat::to_str() const {
@@ -410,18 +391,20 @@ IEEEFloat IEEEFloat::from_double(double d, format f) {
 }
 
 double IEEEFloat::to_double() const {
-  Fields const x = fields_of(*this);
-  double const sign = x.sign ? -1.0 : 1.0;
-  if (x.exp_ones)
-    return x.trail_zero ? sign * std::numeric_limits<double>::infinity()
-                        : std::copysign(std::numeric_limits<double>::quiet_NaN(), sign);
-  if (x.exp_zero && x.trail_zero) return sign * 0.0;
+  BitFields const x(*this);
+  bool const negative = x.sign();
+  double const sign = negative ? -1.0 : 1.0;
+  if (x.exp_ones())
+    return x.trail_zero() ? sign * std::numeric_limits<double>::infinity()
+                          : std::copysign(std::numeric_limits<double>::quiet_NaN(), sign);
+  bool const exp_zero = x.exp_zero();
+  if (exp_zero && x.trail_zero()) return sign * 0.0;
 
   // Significand s and unbiased exponent of the value: s * 2^(exp - (sb - 1)).
   Mpz p, s, exp;
   get_bits(p);
   mpz_fdiv_r_2exp(s, p, fmt_.sb - 1);
-  if (x.exp_zero) {
+  if (exp_zero) {
     mpz_set_ui(exp, 1);
   } else {
     mpz_fdiv_q_2exp(exp, p, fmt_.sb - 1);
@@ -439,7 +422,7 @@ double IEEEFloat::to_double() const {
   if (mpz_cmp_si(lead.get(), -1200) < 0) return sign * 0.0;
   std::int64_t const e = mpz_get_si(lead) - static_cast<std::int64_t>(mpz_sizeinbase(s, 2)) + 1;
   Mpz out;
-  round_to_pattern(x.sign, s, e, format{11, 53}, out);
+  round_to_pattern(negative, s, e, format{11, 53}, out);
   return std::bit_cast<double>(static_cast<std::uint64_t>(mpz_get_ui(out)));
 }
 

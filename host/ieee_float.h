@@ -33,7 +33,7 @@
 // touching a QNumber payload goes out of line.
 #pragma once
 
-#include "support/qnumber.h"
+#include "../support/qnumber.h"
 
 #include <cstdint>
 #include <gmp.h>
@@ -72,7 +72,7 @@ public:
   static constexpr std::uint64_t max_width = std::uint64_t{1} << 20;
 
   // One-word handle on a value; its order is the packed order
-  // (support/packed_order.h).
+  // (host/packed_order.h).
   struct Packed {
     IEEEFloat const* value;
   };
@@ -223,5 +223,10 @@ private:
     QNumber* q;        // kind 2
   } payload_;
 };
+
+// How a format is written, the one place for both spellings: "(eb, sb)" in
+// messages, "(_ FloatingPoint eb sb)" as an SMT-LIB sort.
+std::string format_text(IEEEFloat::format f);
+std::string fp_sort_text(IEEEFloat::format f);
 
 } // namespace qorv

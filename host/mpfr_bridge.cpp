@@ -8,6 +8,8 @@
 // scratch integer, which grows once and is reused.
 #include "host/mpfr_bridge.h"
 
+#include "host/bit_fields.h"
+
 #include <bit>
 #include <cassert>
 #include <stdexcept>
@@ -23,60 +25,7 @@ std::int64_t bias_of(format f) noexcept {
   return (std::int64_t{1} << (f.eb - 1)) - 1;
 }
 
-// A read-only GMP view of a wide value's pattern that never allocates.
-class PatternView {
-public:
-  explicit PatternView(IEEEFloat const& x) noexcept {
-    QNumber const& q = x.payload_q();
-    if (q.is_big()) {
-      p_ = q.big_num();
-    } else {
-      limb_ = static_cast<mp_limb_t>(q.small_num());
-      p_ = mpz_roinit_n(tmp_, &limb_, limb_ != 0 ? 1 : 0);
-    }
-  }
-  PatternView(PatternView const&) = delete;
-  PatternView& operator=(PatternView const&) = delete;
-  operator mpz_srcptr() const noexcept { return p_; }
-
-private:
-  mp_limb_t limb_ = 0;
-  mpz_t tmp_;
-  mpz_srcptr p_;
-};
-
 } // namespace
-
-std::string format_text(format f) {
-  return "(" + std::to_string(f.eb) + ", " + std::to_string(f.sb) + ")";
-}
-
-void check_rm(rounding_mode rm, char const* op) {
-  if (rm > IEEEFloat::rm_toward_zero)
-    throw std::invalid_argument(std::string("swflt::") + op + ": invalid rounding mode " +
-                                std::to_string(static_cast<unsigned>(rm)) +
-                                " (need 0 to 4: RNE, RNA, RTP, RTN, RTZ)");
-}
-
-void check_arith_format(format f, char const* op) {
-  IEEEFloat::check_format(f);
-  check_operand_format(f, op);
-}
-
-void check_operand_format(format f, char const* op) {
-  if (f.eb > max_arith_eb)
-    throw std::invalid_argument(std::string("swflt::") + op + ": format " + format_text(f) +
-                                " has more than " + std::to_string(max_arith_eb) +
-                                " exponent bits, beyond the arithmetic's exponent range");
-}
-
-void check_same(char const* op, IEEEFloat const& x, IEEEFloat const& y) {
-  if (!(x.get_format() == y.get_format()))
-    throw std::invalid_argument(std::string("swflt::") + op + ": operands of different formats " +
-                                format_text(x.get_format()) + " and " +
-                                format_text(y.get_format()));
-  check_operand_format(x.get_format(), op);
-}
 
 ExpRange::ExpRange(format f) noexcept : emin_(mpfr_get_emin()), emax_(mpfr_get_emax()) {
   mpfr_set_emin(format_emin(f));
@@ -129,26 +78,21 @@ Scratch& scratch() {
 void load(mpfr_ptr v, IEEEFloat const& x) {
   format const f = x.get_format();
   use_prec(v, static_cast<mpfr_prec_t>(f.sb));
-  std::int64_t const bias = bias_of(f);
-  std::uint64_t const exp_ones = (std::uint64_t{1} << f.eb) - 1;
-  bool sign = false;
-  std::uint64_t exp = 0;
+  BitFields const fields(x);
+  bool const sign = fields.sign();
+  std::uint64_t const exp = fields.exponent(); // eb <= max_arith_eb, checked by the caller
+  if (exp == BitFields::ones(f.eb)) {
+    if (!fields.trail_zero())
+      mpfr_set_nan(v);
+    else
+      mpfr_set_inf(v, sign ? -1 : 1);
+    return;
+  }
+  std::int64_t const e = (exp == 0 ? 1 : static_cast<std::int64_t>(exp)) - bias_of(f) -
+                         static_cast<std::int64_t>(f.sb - 1);
   if (x.narrow()) {
-    std::uint64_t const p = x.payload_u64();
-    std::uint64_t const tmask = (std::uint64_t{1} << (f.sb - 1)) - 1;
-    sign = (p >> (f.eb + f.sb - 1)) != 0;
-    exp = (p >> (f.sb - 1)) & exp_ones;
-    std::uint64_t const trail = p & tmask;
-    if (exp == exp_ones) {
-      if (trail != 0)
-        mpfr_set_nan(v);
-      else
-        mpfr_set_inf(v, sign ? -1 : 1);
-      return;
-    }
-    std::uint64_t const sig = exp == 0 ? trail : trail | (tmask + 1);
-    std::int64_t const e = (exp == 0 ? 1 : static_cast<std::int64_t>(exp)) - bias -
-                           static_cast<std::int64_t>(f.sb - 1);
+    std::uint64_t const hidden = std::uint64_t{1} << (f.sb - 1);
+    std::uint64_t const sig = exp == 0 ? fields.trailing() : fields.trailing() | hidden;
     if (sig == 0) {
       mpfr_set_zero(v, sign ? -1 : 1);
     } else {
@@ -161,29 +105,14 @@ void load(mpfr_ptr v, IEEEFloat const& x) {
                            static_cast<mpfr_prec_t>(f.sb), limb);
     }
     return;
-  } else {
-    PatternView const p(x);
-    mpz_ptr z = scratch().z;
-    sign = mpz_tstbit(p, f.eb + f.sb - 1) != 0;
-    mpz_tdiv_q_2exp(z, p, f.sb - 1);
-    mpz_tdiv_r_2exp(z, z, f.eb);
-    exp = mpz_get_ui(z);
-    mpz_tdiv_r_2exp(z, p, f.sb - 1);
-    if (exp == exp_ones) {
-      if (mpz_sgn(z) != 0)
-        mpfr_set_nan(v);
-      else
-        mpfr_set_inf(v, sign ? -1 : 1);
-      return;
-    }
-    if (exp != 0) mpz_setbit(z, f.sb - 1);
-    std::int64_t const e = (exp == 0 ? 1 : static_cast<std::int64_t>(exp)) - bias -
-                           static_cast<std::int64_t>(f.sb - 1);
-    if (mpz_sgn(z) == 0)
-      mpfr_set_zero(v, 1); // the sign is applied below
-    else
-      mpfr_set_z_2exp(v, z, e, MPFR_RNDN); // exact
   }
+  mpz_ptr z = scratch().z;
+  fields.trailing(z);
+  if (exp != 0) mpz_setbit(z, f.sb - 1);
+  if (mpz_sgn(z) == 0)
+    mpfr_set_zero(v, 1); // the sign is applied below
+  else
+    mpfr_set_z_2exp(v, z, e, MPFR_RNDN); // exact
   if (sign) mpfr_neg(v, v, MPFR_RNDN);
 }
 

@@ -1,12 +1,16 @@
 // Internal bridge between IEEEFloat and MPFR for the arithmetic in
-// fp_arith.cpp and fp_convert.cpp; not part of the public interface.
+// fp_arith.cpp and fp_convert.cpp; not part of the public interface.  It
+// converts and computes only: its callers, the public entry points, have
+// already checked formats, rounding modes and operands (fp_arith.h,
+// detail::check_*), so the bridge's preconditions hold.
 //
 // A format (eb, sb) is emulated in MPFR by precision sb and the exponent range
 // [3 - bias - sb, bias + 1] (MPFR counts exponents of significands in
 // [1/2, 1)), subnormal results being rounded again at the precision of
 // the subnormal grid in their binade.  Every value of
 // the format converts to MPFR exactly at precision sb and back.  Arithmetic
-// needs the whole range inside MPFR's, so it accepts formats with eb <= 60;
+// needs the whole range inside MPFR's, so it accepts formats with eb <= 60
+// (max_arith_eb);
 // the exponents of one operation's exact result then stay far inside MPFR's
 // widest range, which is what the conversions and the ties-away rounding
 // compute in before they narrow to the target format.
@@ -16,7 +20,7 @@
 // Every function leaves MPFR's exponent range as it found it.
 #pragma once
 
-#include "host/ieee_float.h"
+#include "ieee_float.h"
 
 #include <gmp.h>
 #include <mpfr.h>
@@ -25,20 +29,6 @@ namespace qorv::swflt::detail {
 
 using format = IEEEFloat::format;
 using rounding_mode = IEEEFloat::rounding_mode;
-
-inline constexpr std::uint64_t max_arith_eb = 60;
-
-// Throws std::invalid_argument naming `op` and the value when the rounding
-// mode is not one of the five, when the format is invalid, or when its
-// exponent width exceeds max_arith_eb.
-void check_rm(rounding_mode rm, char const* op);
-void check_arith_format(format f, char const* op);
-// The exponent-width check alone, for the format of an existing value (valid
-// by IEEEFloat's invariant).
-void check_operand_format(format f, char const* op);
-// Both of the above for every operand, and equal formats.
-void check_same(char const* op, IEEEFloat const& x, IEEEFloat const& y);
-std::string format_text(format f);
 
 // The MPFR rounding of the four modes it has; ties-away rounds separately.
 inline mpfr_rnd_t mpfr_rounding(rounding_mode rm) noexcept {

@@ -10,7 +10,7 @@
 // Every value made here has rounding mode 0.
 #pragma once
 
-#include "host/ieee_float.h"
+#include "ieee_float.h"
 
 #include <cassert>
 #include <cstdint>

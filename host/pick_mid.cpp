@@ -18,9 +18,8 @@ void check_same_format(IEEEFloat const& a, IEEEFloat const& b) {
   format const fa = a.get_format();
   format const fb = b.get_format();
   if (!(fa == fb))
-    throw std::invalid_argument("pick_mid_avg: ends of different formats (" +
-                                std::to_string(fa.eb) + ", " + std::to_string(fa.sb) + ") and (" +
-                                std::to_string(fb.eb) + ", " + std::to_string(fb.sb) + ")");
+    throw std::invalid_argument("pick_mid_avg: ends of different formats " + format_text(fa) +
+                                " and " + format_text(fb));
 }
 
 } // namespace

@@ -6,8 +6,8 @@
 // since every user of the rule also steps by ranks.
 #pragma once
 
-#include "host/ieee_float.h"
-#include "host/packed_rank.h"
+#include "ieee_float.h"
+#include "packed_rank.h"
 
 namespace qorv::fp::utils {
 

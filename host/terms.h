@@ -9,9 +9,9 @@
 // constant-bits map with the constant's bit pattern.
 #pragma once
 
-#include "host/ieee_float.h"
-#include "support/hashtable.h"
-#include "support/qnumber.h"
+#include "../support/hashtable.h"
+#include "../support/qnumber.h"
+#include "ieee_float.h"
 
 #include <cstdint>
 #include <deque>

@@ -6,7 +6,7 @@
 // the flag clear.
 #pragma once
 
-#include "support/hashtable.h"
+#include "../support/hashtable.h"
 
 #include <cassert>
 #include <cstdint>

@@ -29,7 +29,7 @@ cmake --build "$build" -j "$(nproc)" >"$build/valgrind-build.log" 2>&1 || { cat 
 export GTEST_FILTER='-FpArith.Exhaustive*:FpArith.RandomOperands*:BruteForce.Arithmetic*'
 mkdir -p "$build/valgrind"
 runs=()
-for p in "$build"/tests/qorv_*_tests "$build"/tests/solver/fpsolve_tests; do
+for p in "$build"/tests/qorv_*_tests "$build"/tests/solver/fpsolve_tests "$build"/tests/api/fpsolve_api_tests; do
   [ -x "$p" ] && runs+=("$p")
 done
 for p in "$build"/fuzz/replay_*; do

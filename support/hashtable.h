@@ -28,8 +28,8 @@
 // Hash and equality objects must not throw.  Not thread-safe.
 #pragma once
 
-#include "support/invariant.h"
-#include "support/memory_pool.h"
+#include "invariant.h"
+#include "memory_pool.h"
 
 #include <cassert>
 #include <cstddef>

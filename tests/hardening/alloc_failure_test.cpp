@@ -8,9 +8,9 @@
 // failures; destruction must free everything (LeakSanitizer in the sanitizer
 // build, memcheck under valgrind).  Each test prints its failure points.
 #include "fp/interval_heuristics.h"
+#include "host/packed_order.h"
 #include "support/hashtable.h"
 #include "support/memory_pool.h"
-#include "support/packed_order.h"
 #include "support/qnumber.h"
 #include "tests/common/alloc_failure.h"
 #include "tests/common/host_fixture.h"

@@ -1,8 +1,9 @@
 // IEEEFloat: validation, classification and double conversions against the
 // exact oracle, and value semantics of wide values including allocation
 // failure.
+#include "host/bit_fields.h"
 #include "host/ieee_float.h"
-#include "support/packed_order.h"
+#include "host/packed_order.h"
 #include "tests/common/alloc_failure.h"
 #include "tests/common/fp_oracle_check.h"
 
@@ -10,6 +11,7 @@
 #include <gmpxx.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <limits>
@@ -50,6 +52,37 @@ TEST(IEEEFloat, RejectsInvalidFormatsAndPatterns) {
 // acts as if the exponent went on, so 16 is the next value); random doubles
 // into Float64 and Float128 and spread around the Float32 range
 // (subnormals and overflow included).
+// The one field decoder against shifts of the whole pattern, in formats whose
+// exponent field crosses a limb boundary, starts a limb, or lies inside one,
+// with patterns in both QNumber forms (small while they fit a signed word).
+TEST(IEEEFloat, BitFieldsMatchThePattern) {
+  std::mt19937_64 gen(7);
+  for (format f : {format{20, 60}, format{15, 113}, format{60, 5}, format{8, 57}, format{3, 65},
+                   format{11, 53}, format{5, 11}}) {
+    std::uint64_t const w = f.eb + f.sb;
+    for (int i = 0; i < 200; ++i) {
+      mpz_class p = 0;
+      for (std::uint64_t b = 0; b < w; b += 64)
+        p = (p << 64) + mpz_class(std::to_string(gen()));
+      p &= (mpz_class(1) << (i % 3 == 0 ? std::min<std::uint64_t>(40, w) : w)) -
+           1;                                                          // some fit the small form
+      if (i % 5 == 0) p |= ((mpz_class(1) << f.eb) - 1) << (f.sb - 1); // infinity or NaN
+      IEEEFloat const x = IEEEFloat::from_bits(p.get_mpz_t(), f);
+      BitFields const v(x);
+      mpz_class const exp = (p >> (f.sb - 1)) & ((mpz_class(1) << f.eb) - 1);
+      mpz_class const trail = p & ((mpz_class(1) << (f.sb - 1)) - 1);
+      mpz_class t;
+      v.trailing(t.get_mpz_t());
+      EXPECT_EQ(v.sign(), mpz_tstbit(p.get_mpz_t(), w - 1) != 0);
+      EXPECT_EQ(mpz_class(std::to_string(v.exponent())), exp);
+      EXPECT_EQ(t, trail);
+      EXPECT_EQ(v.exp_ones(), exp == (mpz_class(1) << f.eb) - 1);
+      EXPECT_EQ(v.exp_zero(), exp == 0);
+      EXPECT_EQ(v.trail_zero(), trail == 0);
+    }
+  }
+}
+
 TEST(IEEEFloat, DoubleConversionsRoundLikeTheOracle) {
   using oracle::Oracle;
   Oracle const o64(11, 53), o35(3, 5), o32(8, 24), o128(15, 113);

@@ -2,8 +2,8 @@
 // format.  The split point of every interval that decide() splits, in
 // narrow and wide formats at their extremes, is checked against a rank model
 // by the decide fuzz harness, whose corpus replays as a test.
+#include "host/packed_order.h"
 #include "host/pick_mid.h"
-#include "support/packed_order.h"
 
 #include <gmpxx.h>
 #include <gtest/gtest.h>

@@ -18,7 +18,7 @@
 // of a 64-bit word); only QNumber payloads leave the header.
 #pragma once
 
-#include "host/ieee_float.h"
+#include "ieee_float.h"
 
 #include <cassert>
 

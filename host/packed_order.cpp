@@ -1,7 +1,7 @@
 // The QNumber-payload half of the packed order and of payload equality: an
 // exact rational comparison of the two patterns.  The exception flags are left
 // alone here, unlike the 32/64-bit half in the header.
-#include "support/packed_order.h"
+#include "host/packed_order.h"
 
 namespace qorv::detail {
 
