@@ -15,6 +15,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
   fpsolve::DriverOptions options;
   options.search.max_decisions = 200;
   options.search.check = true;
+  options.script_sets_limits = false; // a script cannot lift the budget
   int const status = fpsolve::run_script(in, out, options);
   if (status != 0 && status != 1) __builtin_trap();
   return 0;

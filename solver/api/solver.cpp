@@ -5,7 +5,7 @@
 
 #include "engine/apply.h"
 #include "engine/options.h"
-#include "engine/search.h"
+#include "engine/solve.h"
 #include "host/fp_arith.h"
 #include "smtlib/elaborate.h"
 #include "smtlib/reader.h"

@@ -43,6 +43,7 @@ enum class OptionKind : std::uint8_t { flag, count, seconds, text };
     "where answers go: stdout, stderr or a file name")                                             \
   X(text, diagnostic_output_channel, "diagnostic-output-channel", "stderr",                        \
     "where diagnostics go: stdout, stderr or a file name")                                         \
+  /* the solver's own rows from here on (front ends may fix them: keep this order) */              \
   /* resource limits and reporting */                                                              \
   X(count, max_decisions, "max-decisions", 0, "answer unknown after N decisions (0: no limit)")    \
   X(seconds, timeout, "timeout", 0, "answer unknown after S seconds per check-sat (0: no limit)")  \

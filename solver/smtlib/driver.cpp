@@ -387,6 +387,9 @@ Reply Session::set_option(SExpr const& cmd) {
     *regular_ << "unsupported\n";
     return Reply::answered;
   }
+  if (!start_.script_sets_limits && info >= find_option("max-decisions"))
+    throw SmtError(cmd.items[1].pos,
+                   "option ':" + std::string(info->name) + "' is fixed by the embedding");
   SExpr const& v = cmd.items[2];
   bool const is_text = info->kind == OptionKind::text;
   if (v.is_list || (v.atom.kind == Tok::string) != is_text)
@@ -494,7 +497,7 @@ void Session::get_model(SExpr const& cmd) {
     else if (var.is_rm)
       o << "RoundingMode " << rm_text(model_[v]);
     else
-      o << "(_ FloatingPoint " << var.fmt.eb << " " << var.fmt.sb << ") " << model_[v].to_str();
+      o << qorv::fp_sort_text(var.fmt) << " " << model_[v].to_str();
     o << ")\n";
   }
   o << ")\n";

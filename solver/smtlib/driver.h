@@ -46,6 +46,12 @@ struct DriverOptions {
   // files.  Off unless the embedding asks, so that a script run by a test or
   // a fuzzer never creates files.
   bool channel_files = false;
+  // Whether set-option may change the solver's own rows of the options
+  // table (max-decisions and every row after it: limits, reporting, the
+  // search's switches and tuning).  An embedding that must bound the work a
+  // script can ask for (the fuzzer) turns it off; the standard options stay
+  // settable.
+  bool script_sets_limits = true;
 };
 
 // The exit statuses of fpsolve; run_script returns all but kExitNoInput.

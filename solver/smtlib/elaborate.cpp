@@ -19,10 +19,6 @@ namespace fpsolve {
 
 namespace {
 
-std::string fmt_text(IEEEFloat::format f) {
-  return "(_ FloatingPoint " + std::to_string(f.eb) + " " + std::to_string(f.sb) + ")";
-}
-
 std::uint64_t numeral_of(SExpr const& e, char const* what) {
   if (e.is_list || e.atom.kind != Tok::numeral || e.atom.text.size() > 9)
     throw SmtError(e.pos, std::string("expected a numeral for the ") + what);
@@ -34,7 +30,7 @@ IEEEFloat::format format_of(SExpr const& eb, SExpr const& sb) {
   try {
     IEEEFloat::check_format(f);
   } catch (std::invalid_argument const&) {
-    throw SmtError(eb.pos, "invalid floating-point format " + fmt_text(f) +
+    throw SmtError(eb.pos, "invalid floating-point format " + qorv::fp_sort_text(f) +
                                "; expected both widths at least 2");
   }
   return f;
@@ -400,7 +396,9 @@ void Elaborator::pop(std::size_t n, SExpr const& where) {
 }
 
 std::string Elaborator::sort_text(Value v) const {
-  return v.is_bool ? "Bool" : v.is_rm ? "RoundingMode" : fmt_text(p_.operands[v.index].fmt);
+  return v.is_bool ? "Bool"
+         : v.is_rm ? "RoundingMode"
+                   : qorv::fp_sort_text(p_.operands[v.index].fmt);
 }
 
 int Elaborator::bool_of(SExpr const& e) {

@@ -98,9 +98,8 @@ IEEEFloat fp_from_bitvector(Token const& lit, IEEEFloat::format f) {
   std::uint64_t width = lit.kind == Tok::binary ? lit.text.size() : 4 * lit.text.size();
   if (width != f.eb + f.sb)
     throw SmtError(lit.pos, "wrong sort: expected a bit-vector of " + std::to_string(f.eb + f.sb) +
-                                " bits for (_ FloatingPoint " + std::to_string(f.eb) + " " +
-                                std::to_string(f.sb) + "), found " + std::to_string(width) +
-                                " bits");
+                                " bits for " + qorv::fp_sort_text(f) + ", found " +
+                                std::to_string(width) + " bits");
   mpz_class bits(lit.text, lit.kind == Tok::binary ? 2 : 16);
   return from_mpz(bits, f);
 }

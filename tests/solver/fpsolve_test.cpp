@@ -141,6 +141,14 @@ TEST(Fpsolve, LimitsStatsAndTrace) {
   DriverOptions limited;
   limited.search.max_decisions = 1;
   EXPECT_EQ(run(hard, limited).out, "unknown\n");
+  // An embedding that fixes the limits keeps them whatever the script sets;
+  // the standard options stay settable.
+  limited.script_sets_limits = false;
+  Outcome fixed =
+      run("(set-option :max-decisions 0)(set-option :print-success true)" + hard, limited);
+  EXPECT_NE(fixed.out.find("is fixed by the embedding"), std::string::npos) << fixed.out;
+  EXPECT_NE(fixed.out.find("success\nsuccess\n"), std::string::npos) << fixed.out;
+  EXPECT_EQ(fixed.out.substr(fixed.out.size() - 8), "unknown\n") << fixed.out;
   std::ostringstream trace;
   DriverOptions traced;
   traced.search.stats = true;

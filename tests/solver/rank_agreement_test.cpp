@@ -9,7 +9,7 @@
 // unknown must agree as well); a clock limit guards against the few
 // problems whose propagation is slow in these formats, and a run it stops
 // is left out, since where the clock stops a search is not reproducible.
-#include "engine/search.h"
+#include "engine/solve.h"
 #include "smtlib/elaborate.h"
 
 #include <gtest/gtest.h>
