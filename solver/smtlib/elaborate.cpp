@@ -19,6 +19,11 @@ namespace fpsolve {
 
 namespace {
 
+// Terms nested deeper than this below the last explicit stack are
+// elaborated by elaborate_iteratively: the recursion of a few frames per
+// level stays well within any thread's stack, sanitizers included.
+constexpr int kRecursionDepth = 48;
+
 std::uint64_t numeral_of(SExpr const& e, char const* what) {
   if (e.is_list || e.atom.kind != Tok::numeral || e.atom.text.size() > 9)
     throw SmtError(e.pos, std::string("expected a numeral for the ") + what);
@@ -187,6 +192,54 @@ Elaborator::Binding const* Elaborator::lookup(std::string const& name) const {
   return it == names_.end() ? nullptr : &it->second;
 }
 
+// Restores the local names, and which of them are in sight, on every exit
+// from a let or a macro body, errors included.
+class Elaborator::LocalsGuard {
+public:
+  explicit LocalsGuard(Elaborator& el)
+      : el_(el), size_(el.locals_.size()), visible_from_(el.visible_from_) {}
+  LocalsGuard(LocalsGuard const&) = delete;
+  LocalsGuard& operator=(LocalsGuard const&) = delete;
+  ~LocalsGuard() {
+    el_.pop_locals(size_);
+    el_.visible_from_ = visible_from_;
+  }
+
+private:
+  Elaborator& el_;
+  std::size_t size_;
+  std::size_t visible_from_;
+};
+
+void Elaborator::push_local(std::string const& name, Value v) {
+  int const index = static_cast<int>(locals_.size());
+  auto [it, fresh] = innermost_.try_emplace(name, index);
+  locals_.push_back(Local{name, v, fresh ? -1 : it->second});
+  it->second = index;
+}
+
+void Elaborator::pop_locals(std::size_t size) {
+  while (locals_.size() > size) {
+    Local const& l = locals_.back();
+    if (l.shadowed < 0)
+      innermost_.erase(l.name);
+    else
+      innermost_[l.name] = l.shadowed;
+    locals_.pop_back();
+  }
+}
+
+// The newest entry of a name is the one in sight; when it lies below
+// visible_from_ (outside the macro body being elaborated), so do the older
+// ones.
+Value const* Elaborator::find_local(std::string const& name) const {
+  if (innermost_.empty()) return nullptr;
+  auto it = innermost_.find(name);
+  if (it == innermost_.end() || static_cast<std::size_t>(it->second) < visible_from_)
+    return nullptr;
+  return &locals_[static_cast<std::size_t>(it->second)].value;
+}
+
 void Elaborator::bind(std::string const& name, Binding b, SExpr const& where) {
   if (names_.count(name)) throw SmtError(where.pos, "name '" + name + "' is already declared");
   names_.emplace(name, b);
@@ -269,8 +322,9 @@ void Elaborator::define_fun(std::string const& name, SExpr const& params, SExpr 
   // a body in error is reported at the definition.  The placeholders and
   // what is built on them occur in no assertion, so the search never sees
   // them.
+  Value v;
   {
-    std::vector<std::pair<std::string, Value>> locals;
+    std::vector<Value> placeholders;
     for (auto const& [pname, ps] : m->params) {
       std::string const placeholder = "@" + name + "." + pname;
       Value pv;
@@ -284,21 +338,17 @@ void Elaborator::define_fun(std::string const& name, SExpr const& params, SExpr 
         o.fmt = ps.fmt;
         pv = {false, p_.add_operand(o)};
       }
-      locals.emplace_back(pname, pv);
+      placeholders.push_back(pv);
     }
-    std::swap(locals, locals_); // the body sees the parameters only
-    Value v;
-    try {
-      v = elaborate(body);
-    } catch (...) {
-      std::swap(locals, locals_);
-      throw;
-    }
-    std::swap(locals, locals_);
-    if (!has_sort(v, m->result))
-      throw SmtError(body.pos, "wrong sort: the body of '" + name + "' is " + sort_text(v) +
-                                   ", expected the declared sort");
+    LocalsGuard guard(*this);
+    visible_from_ = locals_.size(); // the body sees the parameters only
+    for (std::size_t i = 0; i < placeholders.size(); ++i)
+      push_local(m->params[i].first, placeholders[i]);
+    v = elaborate(body);
   }
+  if (!has_sort(v, m->result))
+    throw SmtError(body.pos, "wrong sort: the body of '" + name + "' is " + sort_text(v) +
+                                 ", expected the declared sort");
   Binding b;
   b.macro = std::move(m);
   bind(name, b, where);
@@ -309,46 +359,45 @@ Value Elaborator::apply_macro(Macro const& m, SExpr const& e) {
   if (e.items.size() - 1 != m.params.size())
     throw SmtError(e.pos, "'" + name + "' expects " + std::to_string(m.params.size()) +
                               " arguments, found " + std::to_string(e.items.size() - 1));
-  std::vector<std::pair<std::string, Value>> locals;
-  for (std::size_t i = 0; i < m.params.size(); ++i) {
-    Value v = elaborate(e.items[i + 1]);
-    if (!has_sort(v, m.params[i].second))
-      throw SmtError(e.items[i + 1].pos, "wrong sort: argument " + std::to_string(i + 1) + " of '" +
-                                             name + "' is " + sort_text(v));
-    locals.emplace_back(m.params[i].first, v);
-  }
-  std::swap(locals, locals_); // the body sees the parameters only
-  try {
-    Value v = elaborate(m.body);
-    std::swap(locals, locals_);
-    return v;
-  } catch (...) {
-    std::swap(locals, locals_);
-    throw;
-  }
+  std::vector<Value> args;
+  for (std::size_t i = 0; i < m.params.size(); ++i)
+    args.push_back(macro_argument(m, e, i, elaborate(e.items[i + 1])));
+  LocalsGuard guard(*this);
+  visible_from_ = locals_.size(); // the body sees the parameters only
+  for (std::size_t i = 0; i < args.size(); ++i)
+    push_local(m.params[i].first, args[i]);
+  return elaborate(m.body);
+}
+
+Value Elaborator::macro_argument(Macro const& m, SExpr const& e, std::size_t i, Value v) const {
+  if (!has_sort(v, m.params[i].second))
+    throw SmtError(e.items[i + 1].pos, "wrong sort: argument " + std::to_string(i + 1) + " of '" +
+                                           e.items[0].atom.text + "' is " + sort_text(v));
+  return v;
 }
 
 Value Elaborator::let(SExpr const& e) {
   if (e.items.size() != 3 || !e.items[1].is_list || e.items[1].items.empty())
     throw SmtError(e.pos, "malformed let; expected (let ((name term)+) term)");
-  std::vector<std::pair<std::string, Value>> bound;
-  for (SExpr const& b : e.items[1].items) {
-    if (!b.is_list || b.items.size() != 2 || b.items[0].is_list ||
-        b.items[0].atom.kind != Tok::symbol)
-      throw SmtError(b.pos, "malformed let binding; expected (name term)");
-    bound.emplace_back(b.items[0].atom.text, elaborate(b.items[1]));
-  }
-  std::size_t const depth = locals_.size();
-  for (auto& b : bound)
-    locals_.push_back(std::move(b));
-  try {
-    Value v = elaborate(e.items[2]);
-    locals_.resize(depth);
-    return v;
-  } catch (...) {
-    locals_.resize(depth);
-    throw;
-  }
+  std::vector<Value> bound;
+  for (SExpr const& b : e.items[1].items)
+    bound.push_back(elaborate(let_binding(b).items[1]));
+  LocalsGuard guard(*this);
+  bind_let(e, bound);
+  return elaborate(e.items[2]);
+}
+
+SExpr const& Elaborator::let_binding(SExpr const& b) {
+  if (!b.is_list || b.items.size() != 2 || b.items[0].is_list ||
+      b.items[0].atom.kind != Tok::symbol)
+    throw SmtError(b.pos, "malformed let binding; expected (name term)");
+  return b;
+}
+
+// let binds in parallel: every bound term is elaborated before any name is.
+void Elaborator::bind_let(SExpr const& e, std::vector<Value> const& bound) {
+  for (std::size_t i = 0; i < bound.size(); ++i)
+    push_local(e.items[1].items[i].items[0].atom.text, bound[i]);
 }
 
 int Elaborator::rm_of(SExpr const& e) {
@@ -415,14 +464,32 @@ int Elaborator::fp_of(SExpr const& e) {
 }
 
 Value Elaborator::elaborate(SExpr const& e) {
-  if (e.is_list) return elaborate_list(e);
+  if (!ready_.empty()) {
+    if (auto it = ready_.find(&e); it != ready_.end()) {
+      Value const v = it->second;
+      ready_.erase(it);
+      return v;
+    }
+  }
+  if (!e.is_list) return elaborate_atom(e);
+  if (depth_ >= kRecursionDepth) return elaborate_iteratively(e);
+  struct Nested {
+    int& depth;
+    explicit Nested(int& d) : depth(++d) {}
+    Nested(Nested const&) = delete;
+    Nested& operator=(Nested const&) = delete;
+    ~Nested() { --depth; }
+  } nested(depth_);
+  return elaborate_list(e);
+}
+
+Value Elaborator::elaborate_atom(SExpr const& e) {
   switch (e.atom.kind) {
   case Tok::symbol: {
     std::string const& n = e.atom.text;
     if (n == "true") return {true, p_.true_node()};
     if (n == "false") return {true, p_.false_node()};
-    for (auto it = locals_.rbegin(); it != locals_.rend(); ++it)
-      if (it->first == n) return it->second;
+    if (Value const* local = find_local(n)) return *local;
     IEEEFloat::rounding_mode rm;
     if (rounding_mode_of(e, &rm)) return {false, p_.add_rm_constant(rm), true};
     Binding const* b = lookup(n);
@@ -731,6 +798,146 @@ Value Elaborator::to_fp(SExpr const& e, IEEEFloat::format f, bool is_unsigned) {
   d.rm = rm;
   d.args = {v.index};
   return {false, p_.add_def(d, f)};
+}
+
+// A list term on the explicit stack of elaborate_iteratively.  Its arguments
+// items[next..end) (for a let, the bound terms of its bindings next..end) are
+// elaborated first, in order, and left in ready_; then the operator's own
+// code (finish) takes them from there.  A let or a macro application has its
+// body as one more argument, elaborated with the names bound.  A frame with
+// no arguments to elaborate first (a literal, an indexed constant, a term in
+// error) is finished by the operator's own code alone.
+struct Elaborator::Frame {
+  enum Kind : std::uint8_t { call, let, macro };
+  SExpr const* e = nullptr;
+  Kind kind = call;
+  std::size_t next = 1;
+  std::size_t end = 1;
+  std::shared_ptr<Macro const> m; // macro: the definition applied
+  bool bound = false;             // let and macro: the names are bound, the body is next
+  std::size_t locals = 0;         // let and macro: what to restore after the body
+  std::size_t visible_from = 0;
+};
+
+// The frame of e: which arguments are terms, so that nothing that is not a
+// term (a real literal, an attribute value, a sort) is elaborated as one.  A
+// term whose arity is wrong gets no arguments, so its error comes first, as
+// from the recursive path.
+Elaborator::Frame Elaborator::frame_of(SExpr const& e) const {
+  Frame f;
+  f.e = &e;
+  if (e.items.empty()) return f;
+  SExpr const& h = e.items[0];
+  std::size_t const argc = e.items.size() - 1;
+  auto args = [&](std::size_t from, std::size_t to) {
+    f.next = from;
+    f.end = to;
+    return f;
+  };
+  if (h.is_list) {
+    bool const to_fp = h.items.size() == 4 && h.items[0].is_symbol("_") &&
+                       h.items[1].is_symbol("to_fp") && argc == 2;
+    SExpr const& x = e.items.back();
+    bool const real =
+        x.is_list && !x.items.empty() && (x.items[0].is_symbol("-") || x.items[0].is_symbol("/"));
+    return to_fp && x.is_list && !real ? args(1, 3) : f;
+  }
+  if (h.atom.kind != Tok::symbol) return f;
+  std::string const& op = h.atom.text;
+  if (op == "not") return argc == 1 ? args(1, 2) : f;
+  if (op == "and" || op == "or") return argc >= 1 ? args(1, argc + 1) : f;
+  if (op == "=>" || op == "xor" || op == "=" || op == "distinct")
+    return argc >= 2 ? args(1, argc + 1) : f;
+  if (op == "ite") return argc == 3 ? args(1, 4) : f;
+  if (FpOperator const* o = find_fp_operator(op)) {
+    std::size_t const want = o->operands + (o->rm ? 1 : 0);
+    bool const ok = o->kind == FpOperator::chain ? argc >= want : argc == want;
+    return ok ? args(1, argc + 1) : f;
+  }
+  if (op == "!") return argc >= 1 ? args(1, 2) : f;
+  if (op == "let") {
+    if (argc != 2 || !e.items[1].is_list || e.items[1].items.empty()) return f;
+    f.kind = Frame::let;
+    return args(0, e.items[1].items.size());
+  }
+  if (op == "fp" || op == "_" || op == "forall" || op == "exists") return f;
+  if (Binding const* b = lookup(op); b && b->macro && b->macro->params.size() == argc) {
+    f.kind = Frame::macro;
+    f.m = b->macro;
+    return args(1, argc + 1);
+  }
+  return f;
+}
+
+SExpr const* Elaborator::next_argument(Frame& f) {
+  SExpr const& e = *f.e;
+  if (f.kind == Frame::call) return f.next < f.end ? &e.items[f.next++] : nullptr;
+  if (f.next < f.end) {
+    if (f.kind == Frame::macro) return &e.items[f.next++];
+    return &let_binding(e.items[1].items[f.next++]).items[1];
+  }
+  if (f.bound) return nullptr;
+  // Every argument is elaborated: bind the names, then the body is next.
+  std::vector<Value> values;
+  std::size_t const count = f.kind == Frame::let ? f.end : f.end - 1;
+  for (std::size_t i = 0; i < count; ++i)
+    values.push_back(f.kind == Frame::let ? elaborate(e.items[1].items[i].items[1])
+                                          : macro_argument(*f.m, e, i, elaborate(e.items[i + 1])));
+  f.locals = locals_.size();
+  f.visible_from = visible_from_;
+  f.bound = true;
+  if (f.kind == Frame::let) {
+    bind_let(e, values);
+    return &e.items[2];
+  }
+  visible_from_ = locals_.size(); // the body sees the parameters only
+  for (std::size_t i = 0; i < values.size(); ++i)
+    push_local(f.m->params[i].first, values[i]);
+  return &f.m->body;
+}
+
+Value Elaborator::finish(Frame& f) {
+  if (f.kind == Frame::call) return elaborate_list(*f.e);
+  Value const v = elaborate(f.kind == Frame::let ? f.e->items[2] : f.m->body);
+  pop_locals(f.locals);
+  visible_from_ = f.visible_from;
+  return v;
+}
+
+// The same steps as the recursive path, in the same order and scopes, with
+// the pending terms on the heap.  Values handed between frames go through
+// ready_; whatever is left there (after an error) is removed on the way out.
+Value Elaborator::elaborate_iteratively(SExpr const& root) {
+  LocalsGuard guard(*this);
+  struct Restore {
+    Elaborator& el;
+    int depth;
+    std::vector<SExpr const*> made;
+    ~Restore() {
+      for (SExpr const* e : made)
+        el.ready_.erase(e);
+      el.depth_ = depth;
+    }
+  } restore{*this, depth_, {}};
+  depth_ = 0;
+  std::vector<Frame> stack{frame_of(root)};
+  for (;;) {
+    if (SExpr const* a = next_argument(stack.back())) {
+      if (a->is_list) {
+        stack.push_back(frame_of(*a));
+      } else {
+        ready_[a] = elaborate_atom(*a);
+        restore.made.push_back(a);
+      }
+      continue;
+    }
+    Value const v = finish(stack.back());
+    SExpr const* const e = stack.back().e;
+    stack.pop_back();
+    if (stack.empty()) return v;
+    ready_[e] = v;
+    restore.made.push_back(e);
+  }
 }
 
 } // namespace fpsolve

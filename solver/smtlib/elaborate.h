@@ -23,9 +23,9 @@
 
 #include "engine/problem.h"
 
-#include <map>
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace fpsolve {
@@ -79,6 +79,13 @@ private:
     Value value;                        // constants and definitions
     std::shared_ptr<Macro const> macro; // definitions with parameters
   };
+  struct Local {
+    std::string name;
+    Value value;
+    int shadowed; // the entry of the same name this one hides, or -1
+  };
+  struct Frame; // a term in elaborate_iteratively
+  class LocalsGuard;
   struct Scope {
     std::size_t assertions;
     std::size_t declared;
@@ -100,15 +107,40 @@ private:
   std::vector<int> fp_operands(SExpr const& e, std::size_t first);
   Value fp_operation(SExpr const& e, FpOperator const& o);
   Value apply_macro(Macro const& m, SExpr const& e);
+  // Argument i of a macro application, checked against the parameter's sort.
+  Value macro_argument(Macro const& m, SExpr const& e, std::size_t i, Value v) const;
   Value let(SExpr const& e);
+  // A let binding checked to be (name term).
+  static SExpr const& let_binding(SExpr const& b);
+  // Binds the names of let e to the values of its bound terms.
+  void bind_let(SExpr const& e, std::vector<Value> const& bound);
   Value to_fp(SExpr const& e, IEEEFloat::format f, bool is_unsigned);
   int indexed_fp(SExpr const& e);
   Value elaborate_list(SExpr const& e);
+  Value elaborate_atom(SExpr const& e);
+  Value elaborate_iteratively(SExpr const& root);
+  // The frame's next argument still to elaborate, or nullptr when they are
+  // all done; may bind the names of a let or the parameters of a macro.
+  SExpr const* next_argument(Frame& f);
+  Value finish(Frame& f);
+  Frame frame_of(SExpr const& e) const;
+  // let and parameters: innermost_ finds the newest entry of a name, which
+  // is in sight when it is at or above visible_from_ (a macro body sees only
+  // its parameters).
+  void push_local(std::string const& name, Value v);
+  void pop_locals(std::size_t size);
+  Value const* find_local(std::string const& name) const;
 
   Problem& p_;
-  std::map<std::string, Binding> names_;
+  std::unordered_map<std::string, Binding> names_;
   std::vector<Scope> scopes_;
-  std::vector<std::pair<std::string, Value>> locals_; // let and parameters, innermost last
+  std::vector<Local> locals_; // let and parameters, innermost last
+  std::unordered_map<std::string, int> innermost_;
+  std::size_t visible_from_ = 0;
+  // Values of arguments already elaborated by elaborate_iteratively, taken
+  // (and removed) by elaborate() when the operator's own code asks for them.
+  std::unordered_map<SExpr const*, Value> ready_;
+  int depth_ = 0; // list terms elaborated by recursion since the last explicit stack
 };
 
 } // namespace fpsolve

@@ -133,35 +133,101 @@ Token Lexer::next() {
   return t;
 }
 
+namespace {
+
+// The text of an atom (for to_text).
+std::string atom_text(Token const& atom) {
+  switch (atom.kind) {
+  case Tok::binary:
+    return "#b" + atom.text;
+  case Tok::hex:
+    return "#x" + atom.text;
+  case Tok::string: {
+    std::string r = "\"";
+    for (char ch : atom.text)
+      r += ch == '"' ? std::string("\"\"") : std::string(1, ch);
+    return r + "\"";
+  }
+  case Tok::symbol: {
+    bool simple = !atom.text.empty() && !std::isdigit(static_cast<unsigned char>(atom.text[0]));
+    for (char ch : atom.text)
+      simple = simple && simple_symbol_char(static_cast<unsigned char>(ch));
+    return simple ? atom.text : "|" + atom.text + "|";
+  }
+  default:
+    return atom.text;
+  }
+}
+
+// Moves the items of every list among `items` onto `pending`, so that
+// destroying `items` recurses no further than one level.
+void detach_nested(std::vector<SExpr>& items, std::vector<SExprItems>& pending) {
+  for (SExpr& e : items)
+    if (!e.items.empty()) pending.push_back(std::move(e.items));
+}
+
+} // namespace
+
+SExprItems::SExprItems(SExprItems const& other) : std::vector<SExpr>() {
+  // Each step copies the atoms and positions of one list's items; nested
+  // lists are queued as (source, destination) pairs.  Destinations stay
+  // valid: a list's items are reserved before any is appended.
+  std::vector<std::pair<SExprItems const*, SExprItems*>> todo{{&other, this}};
+  while (!todo.empty()) {
+    auto [from, to] = todo.back();
+    todo.pop_back();
+    to->reserve(from->size());
+    for (SExpr const& e : *from) {
+      to->push_back(SExpr{e.is_list, e.atom, SExprItems(), e.pos});
+      if (!e.items.empty()) todo.emplace_back(&e.items, &to->back().items);
+    }
+  }
+}
+
+SExprItems& SExprItems::operator=(SExprItems const& other) {
+  if (this != &other) *this = SExprItems(other);
+  return *this;
+}
+
+SExprItems& SExprItems::operator=(SExprItems&& other) noexcept {
+  SExprItems old(std::move(*this)); // freed iteratively when it goes
+  std::vector<SExpr>::operator=(std::move(other));
+  return *this;
+}
+
+SExprItems::~SExprItems() {
+  if (empty()) return;
+  std::vector<SExprItems> pending;
+  detach_nested(*this, pending);
+  while (!pending.empty()) {
+    SExprItems next = std::move(pending.back());
+    pending.pop_back();
+    detach_nested(next, pending);
+  }
+}
+
 std::string SExpr::to_text() const {
-  if (!is_list) {
-    switch (atom.kind) {
-    case Tok::binary:
-      return "#b" + atom.text;
-    case Tok::hex:
-      return "#x" + atom.text;
-    case Tok::string: {
-      std::string r = "\"";
-      for (char ch : atom.text)
-        r += ch == '"' ? std::string("\"\"") : std::string(1, ch);
-      return r + "\"";
-    }
-    case Tok::symbol: {
-      bool simple = !atom.text.empty() && !std::isdigit(static_cast<unsigned char>(atom.text[0]));
-      for (char ch : atom.text)
-        simple = simple && simple_symbol_char(static_cast<unsigned char>(ch));
-      return simple ? atom.text : "|" + atom.text + "|";
-    }
-    default:
-      return atom.text;
-    }
-  }
+  if (!is_list) return atom_text(atom);
+  // Depth-first with an explicit stack of (list, next item).
   std::string s = "(";
-  for (std::size_t i = 0; i < items.size(); ++i) {
-    if (i) s += ' ';
-    s += items[i].to_text();
+  std::vector<std::pair<SExpr const*, std::size_t>> stack{{this, 0}};
+  while (!stack.empty()) {
+    auto& [list, next] = stack.back();
+    if (next == list->items.size()) {
+      s += ')';
+      stack.pop_back();
+      continue;
+    }
+    if (next > 0) s += ' ';
+    SExpr const& item = list->items[next++];
+    if (item.is_list) {
+      s += '(';
+      stack.emplace_back(&item, 0);
+    } else {
+      s += atom_text(item.atom);
+    }
   }
-  return s + ")";
+  return s;
 }
 
 std::unique_ptr<SExpr> Reader::next() {

@@ -14,6 +14,11 @@
 // continues after errors needs.  It never reads past the closing parenthesis
 // of a command, so a client on a pipe gets its answer before it writes the
 // next command.
+//
+// An S-expression may be nested as deep as the nesting limit allows (the
+// limit may be raised far beyond the default); copying, printing and
+// destroying one use explicit stacks, never recursion, so the depth costs
+// heap, not stack.
 #pragma once
 
 #include <cstddef>
@@ -59,11 +64,26 @@ private:
   Pos pos_;
 };
 
+struct SExpr;
+
+// The items of a list: a vector whose copy and destruction walk nested lists
+// with an explicit stack, so a list nested a million deep is copied and
+// freed without deep recursion.
+class SExprItems : public std::vector<SExpr> {
+public:
+  SExprItems() = default;
+  SExprItems(SExprItems const& other);
+  SExprItems(SExprItems&& other) noexcept = default;
+  SExprItems& operator=(SExprItems const& other);
+  SExprItems& operator=(SExprItems&& other) noexcept;
+  ~SExprItems();
+};
+
 struct SExpr {
   bool is_list = false;
-  Token atom;               // atoms only
-  std::vector<SExpr> items; // lists only
-  Pos pos;                  // the atom, or the opening parenthesis
+  Token atom;       // atoms only
+  SExprItems items; // lists only
+  Pos pos;          // the atom, or the opening parenthesis
   bool is_symbol(char const* s) const {
     return !is_list && atom.kind == Tok::symbol && atom.text == s;
   }
