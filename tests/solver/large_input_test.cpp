@@ -1,0 +1,88 @@
+// Long and deeply nested scripts, as tools write them, read and elaborated
+// through run_script: a quadratic scan fails these on the ctest timeout, and
+// recursion as deep as the input overflows the stack (more so under
+// AddressSanitizer).
+#include "smtlib/driver.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+
+namespace {
+
+struct Outcome {
+  int status;
+  std::string out;
+};
+
+Outcome run(std::string const& script) {
+  fpsolve::DriverOptions opt;
+  opt.search.max_nesting = 1'000'000;
+  std::istringstream in(script);
+  std::ostringstream out, diagnostic;
+  opt.diagnostic = &diagnostic;
+  return {fpsolve::run_script(in, out, opt), out.str()};
+}
+
+std::string repeat(std::string const& s, int n) {
+  std::string r;
+  r.reserve(s.size() * static_cast<std::size_t>(n));
+  for (int i = 0; i < n; ++i)
+    r += s;
+  return r;
+}
+
+// The answers depend on every level: an even number of negations through a
+// 200,000-deep let chain and a 100,000-deep term leaves x itself, so
+// asserting it negative next to a positive x is unsat; one level less is sat.
+TEST(FpsolveReading, DeepLetsTermsAndLongConjunctionsKeepTheirMeaning) {
+  int const depth = 200'000;
+  std::string lets = "(let ((t0 x))";
+  for (int i = 1; i <= depth; ++i)
+    lets += "\n(let ((t" + std::to_string(i) + " (fp.neg t" + std::to_string(i - 1) + ")))";
+  std::string const script =
+      "(declare-const x Float16)(declare-const y Float16)\n"
+      "(assert (and" +
+      repeat(" (fp.leq y x)", 100'000) + "))\n(assert (fp.isPositive x))\n(assert " + lets +
+      " (fp.isNegative t" + std::to_string(depth) + ")" + std::string(depth + 1, ')') +
+      ")\n(assert (fp.isPositive " + repeat("(fp.neg ", 100'000) + "x" + std::string(100'000, ')') +
+      "))\n(check-sat)\n";
+  EXPECT_EQ(run(script).out, "unsat\n");
+  std::string odd = script;
+  std::string const last = "(fp.isNegative t" + std::to_string(depth) + ")";
+  odd.replace(odd.find(last), last.size(), "(fp.isNegative t" + std::to_string(depth - 1) + ")");
+  EXPECT_EQ(run(odd).out, "sat\n");
+}
+
+// Deep arithmetic, macro applications and named terms elaborate; an error at
+// the bottom of a deep term keeps its position and leaves the elaborator
+// usable; get-value prints a deep term back.
+TEST(FpsolveReading, DeepArithmeticMacrosAndErrors) {
+  int const depth = 50'000;
+  std::string const sum = repeat("(fp.add RNE y ", depth) + "x" + std::string(depth, ')');
+  std::string const calls = repeat("(twice ", depth) + "x" + std::string(depth, ')');
+  std::string const bad = repeat("(fp.neg ", depth) + "z" + std::string(depth, ')');
+  Outcome r =
+      run("(set-option :produce-models true)"
+          "(declare-const x Float32)(declare-const y Float32)\n"
+          "(define-fun twice ((a Float32)) Float32 (fp.mul RNE a ((_ to_fp 8 24) RNE 2.0)))\n"
+          "(assert (! (fp.leq " +
+          sum + " " + calls + ") :named deep))\n(assert (fp.isNaN " + bad +
+          "))\n(assert (fp.isZero (fp.neg (fp.neg x))))\n(assert (fp.isZero y))\n"
+          "(check-sat)\n(get-value (deep " +
+          repeat("(fp.abs ", 2'000) + "x" + std::string(2'000, ')') + "))\n");
+  EXPECT_EQ(r.status, fpsolve::kExitInputError);
+  std::string const column =
+      std::to_string(std::string("(assert (fp.isNaN ").size() + 8 * depth + 1);
+  EXPECT_EQ(r.out.substr(0, r.out.find('\n')),
+            "(error \"line 4 column " + column +
+                ": undeclared name 'z'; expected a declared constant\")");
+  EXPECT_NE(r.out.find("\nsat\n((deep true)\n (" + repeat("(fp.abs ", 2'000) + "x" +
+                       std::string(2'000, ')') +
+                       " (fp #b0 #b00000000 #b00000000000000000000000)))\n"),
+            std::string::npos)
+      << r.out.substr(r.out.size() - 300);
+}
+
+} // namespace
