@@ -5,6 +5,7 @@
 #include "host/packed_rank.h"
 
 #include <cassert>
+#include <functional>
 #include <stdexcept>
 
 #include <utility>
@@ -70,7 +71,7 @@ int Problem::add_rm_constant(IEEEFloat::rounding_mode rm) {
 }
 
 int Problem::add_def(Def d, IEEEFloat::format fmt) {
-  auto const key = std::make_tuple(d.op, d.rm, d.args, d.cond, fmt.eb, fmt.sb);
+  DefKey key{d.op, d.rm, d.args, d.cond, fmt.eb, fmt.sb};
   if (auto it = def_index_.find(key); it != def_index_.end()) return it->second;
   int const v = add_var("@t" + std::to_string(defs.size()), false, fmt);
   vars[v].def = static_cast<int>(defs.size());
@@ -80,8 +81,24 @@ int Problem::add_def(Def d, IEEEFloat::format fmt) {
   o.var = v;
   o.fmt = fmt;
   int const operand = add_operand(o);
-  def_index_.emplace(key, operand);
+  def_index_.emplace(std::move(key), operand);
   return operand;
+}
+
+std::size_t Problem::DefKeyHash::operator()(DefKey const& k) const {
+  // Boost's hash_combine step over every field.
+  std::size_t h = 0;
+  auto mix = [&h](std::uint64_t v) {
+    h ^= std::hash<std::uint64_t>()(v) + 0x9e3779b97f4a7c15ULL + (h << 6) + (h >> 2);
+  };
+  mix(static_cast<std::uint64_t>(k.op));
+  mix(static_cast<std::uint64_t>(k.rm));
+  mix(static_cast<std::uint64_t>(k.cond));
+  mix(k.eb);
+  mix(k.sb);
+  for (int a : k.args)
+    mix(static_cast<std::uint64_t>(a));
+  return h;
 }
 
 IEEEFloat rm_value(IEEEFloat::rounding_mode rm) {

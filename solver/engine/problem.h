@@ -35,9 +35,8 @@
 #include "host/terms.h"
 
 #include <cstdint>
-#include <map>
 #include <string>
-#include <tuple>
+#include <unordered_map>
 #include <vector>
 
 namespace fpsolve {
@@ -152,10 +151,24 @@ public:
   std::vector<int> declared;   // variables in scope, in declaration order
 
 private:
+  // What makes two Defs the same term: the operation, its operands and the
+  // result format.  Hashed, so building a problem of n Defs takes time
+  // proportional to their size.
+  struct DefKey {
+    FpOp op;
+    int rm;
+    std::vector<int> args;
+    int cond;
+    std::uint64_t eb, sb;
+    bool operator==(DefKey const&) const = default;
+  };
+  struct DefKeyHash {
+    std::size_t operator()(DefKey const& k) const;
+  };
   int true_ = -1, false_ = -1;
-  std::map<std::tuple<FpOp, int, std::vector<int>, int, std::uint64_t, std::uint64_t>, int>
-      def_index_;
-  std::map<std::string, int> constant_index_; // constants by their bits, so equal ones share
+  std::unordered_map<DefKey, int, DefKeyHash> def_index_;
+  std::unordered_map<std::string, int>
+      constant_index_; // constants by their bits, so equal ones share
   int rm_constant_[5] = {-1, -1, -1, -1, -1};
 };
 
