@@ -29,8 +29,26 @@ std::string printable(int c) {
 SmtError::SmtError(Pos p, std::string const& message)
     : std::runtime_error(describe(p, message)), pos(p) {}
 
+int Lexer::peek() {
+  std::streambuf* const buf = in_.rdbuf();
+  if (!in_.good() || !buf) return EOF;
+  int c = EOF;
+  try {
+    c = buf->sgetc();
+  } catch (...) {
+    in_.setstate(std::ios::badbit);
+    return EOF;
+  }
+  if (c == std::char_traits<char>::eof()) {
+    in_.setstate(std::ios::eofbit);
+    return EOF;
+  }
+  return std::char_traits<char>::to_int_type(std::char_traits<char>::to_char_type(c));
+}
+
 int Lexer::get() {
-  int c = in_.get();
+  int c = peek();
+  if (c != EOF) in_.rdbuf()->sbumpc();
   if (c == '\n') {
     ++pos_.line;
     pos_.column = 1;

@@ -56,7 +56,11 @@ public:
   Token next();
 
 private:
-  int peek() { return in_.peek(); }
+  // Characters come straight from the stream's buffer (a sentry per
+  // character costs more than the rest of the lexer); the stream's state
+  // still reports the end of the input and a failing buffer, as
+  // std::istream::get would.
+  int peek();
   int get();
   void skip_space_and_comments();
 
