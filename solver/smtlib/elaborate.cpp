@@ -60,8 +60,11 @@ bool rounding_mode_of(SExpr const& e, IEEEFloat::rounding_mode* rm) {
 }
 
 // A real literal: numeral, decimal, (- r) or (/ r r), as an exact rational.
-mpq_class real_of(SExpr const& e) {
-  if (!e.is_list && (e.atom.kind == Tok::numeral || e.atom.kind == Tok::decimal)) {
+// Nested forms are evaluated with an explicit stack, in the order of the
+// recursive definition: a divisor (and its check for zero) before its
+// dividend.
+mpq_class real_of(SExpr const& root) {
+  auto leaf = [](SExpr const& e) {
     std::string const& t = e.atom.text;
     auto dot = t.find('.');
     if (dot == std::string::npos) return mpq_class(mpz_class(t, 10));
@@ -69,14 +72,45 @@ mpq_class real_of(SExpr const& e) {
                 mpz_class("1" + std::string(t.size() - dot - 1, '0'), 10));
     q.canonicalize();
     return q;
+  };
+  struct Step {
+    SExpr const* e;
+    int done; // operands evaluated so far
+  };
+  std::vector<Step> todo{{&root, 0}};
+  std::vector<mpq_class> values;
+  while (!todo.empty()) {
+    Step& s = todo.back();
+    SExpr const& e = *s.e;
+    if (!e.is_list && (e.atom.kind == Tok::numeral || e.atom.kind == Tok::decimal)) {
+      values.push_back(leaf(e));
+      todo.pop_back();
+    } else if (e.is_list && e.items.size() == 2 && e.items[0].is_symbol("-")) {
+      if (s.done++ == 0) {
+        todo.push_back({&e.items[1], 0});
+      } else {
+        values.back() = -values.back();
+        todo.pop_back();
+      }
+    } else if (e.is_list && e.items.size() == 3 && e.items[0].is_symbol("/")) {
+      if (s.done == 0) {
+        ++s.done;
+        todo.push_back({&e.items[2], 0});
+      } else if (s.done == 1) {
+        if (values.back() == 0) throw SmtError(e.pos, "division by zero in a real literal");
+        ++s.done;
+        todo.push_back({&e.items[1], 0});
+      } else {
+        mpq_class const n = values.back();
+        values.pop_back();
+        values.back() = n / values.back();
+        todo.pop_back();
+      }
+    } else {
+      throw SmtError(e.pos, "expected a real literal (numeral, decimal, (- r) or (/ r r))");
+    }
   }
-  if (e.is_list && e.items.size() == 2 && e.items[0].is_symbol("-")) return -real_of(e.items[1]);
-  if (e.is_list && e.items.size() == 3 && e.items[0].is_symbol("/")) {
-    mpq_class d = real_of(e.items[2]);
-    if (d == 0) throw SmtError(e.pos, "division by zero in a real literal");
-    return real_of(e.items[1]) / d;
-  }
-  throw SmtError(e.pos, "expected a real literal (numeral, decimal, (- r) or (/ r r))");
+  return values.back();
 }
 
 } // namespace
