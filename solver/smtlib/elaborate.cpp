@@ -842,7 +842,7 @@ Value Elaborator::to_fp(SExpr const& e, IEEEFloat::format f, bool is_unsigned) {
 // no arguments to elaborate first (a literal, an indexed constant, a term in
 // error) is finished by the operator's own code alone.
 struct Elaborator::Frame {
-  enum Kind : std::uint8_t { call, let, macro };
+  enum Kind : std::uint8_t { call, let_term, macro_term };
   SExpr const* e = nullptr;
   Kind kind = call;
   std::size_t next = 1;
@@ -891,12 +891,12 @@ Elaborator::Frame Elaborator::frame_of(SExpr const& e) const {
   if (op == "!") return argc >= 1 ? args(1, 2) : f;
   if (op == "let") {
     if (argc != 2 || !e.items[1].is_list || e.items[1].items.empty()) return f;
-    f.kind = Frame::let;
+    f.kind = Frame::let_term;
     return args(0, e.items[1].items.size());
   }
   if (op == "fp" || op == "_" || op == "forall" || op == "exists") return f;
   if (Binding const* b = lookup(op); b && b->macro && b->macro->params.size() == argc) {
-    f.kind = Frame::macro;
+    f.kind = Frame::macro_term;
     f.m = b->macro;
     return args(1, argc + 1);
   }
@@ -907,20 +907,21 @@ SExpr const* Elaborator::next_argument(Frame& f) {
   SExpr const& e = *f.e;
   if (f.kind == Frame::call) return f.next < f.end ? &e.items[f.next++] : nullptr;
   if (f.next < f.end) {
-    if (f.kind == Frame::macro) return &e.items[f.next++];
+    if (f.kind == Frame::macro_term) return &e.items[f.next++];
     return &let_binding(e.items[1].items[f.next++]).items[1];
   }
   if (f.bound) return nullptr;
   // Every argument is elaborated: bind the names, then the body is next.
   std::vector<Value> values;
-  std::size_t const count = f.kind == Frame::let ? f.end : f.end - 1;
+  std::size_t const count = f.kind == Frame::let_term ? f.end : f.end - 1;
   for (std::size_t i = 0; i < count; ++i)
-    values.push_back(f.kind == Frame::let ? elaborate(e.items[1].items[i].items[1])
-                                          : macro_argument(*f.m, e, i, elaborate(e.items[i + 1])));
+    values.push_back(f.kind == Frame::let_term
+                         ? elaborate(e.items[1].items[i].items[1])
+                         : macro_argument(*f.m, e, i, elaborate(e.items[i + 1])));
   f.locals = locals_.size();
   f.visible_from = visible_from_;
   f.bound = true;
-  if (f.kind == Frame::let) {
+  if (f.kind == Frame::let_term) {
     bind_let(e, values);
     return &e.items[2];
   }
@@ -932,7 +933,7 @@ SExpr const* Elaborator::next_argument(Frame& f) {
 
 Value Elaborator::finish(Frame& f) {
   if (f.kind == Frame::call) return elaborate_list(*f.e);
-  Value const v = elaborate(f.kind == Frame::let ? f.e->items[2] : f.m->body);
+  Value const v = elaborate(f.kind == Frame::let_term ? f.e->items[2] : f.m->body);
   pop_locals(f.locals);
   visible_from_ = f.visible_from;
   return v;
