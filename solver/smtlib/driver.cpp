@@ -472,12 +472,9 @@ void Session::check_sat(std::vector<Assumption> assumptions) {
   last_ = r.answer == Answer::sat     ? Last::sat
           : r.answer == Answer::unsat ? Last::unsat
                                       : Last::unknown;
+  // The search says which limit ran out; (get-info :reason-unknown) answers
+  // "incomplete" where it says nothing.
   reason_unknown_ = r.reason_unknown;
-  // Where the search does not say why, the only limits it has do.
-  if (last_ == Last::unknown && reason_unknown_.empty())
-    reason_unknown_ = opt_.max_decisions && r.stats.decisions >= opt_.max_decisions ? "resourceout"
-                      : opt_.timeout > 0                                            ? "timeout"
-                                                                                    : "incomplete";
   model_ = std::move(r.model);
   assumptions_ = std::move(assumptions);
   core_.reset();
