@@ -4,6 +4,7 @@
 #include "api/solver.h"
 
 #include "engine/apply.h"
+#include "engine/bv_ops.h"
 #include "engine/options.h"
 #include "engine/solve.h"
 #include "host/fp_arith.h"
@@ -79,6 +80,7 @@ struct Solver::Impl {
     if (v.is_bool) return eval_bool(problem, model, v.index) ? "true" : "false";
     IEEEFloat const x = eval_fp(problem, model, v.index);
     if (v.is_rm) return std::string(qorv::swflt::rounding_mode_name(rm_of_value(x)));
+    if (std::uint32_t const n = problem.operands[v.index].bv) return bv_text(x, n);
     return x.to_str();
   }
 };
@@ -160,6 +162,9 @@ std::string const& Solver::reason_unknown() const {
 qorv::IEEEFloat Solver::fp_value(std::string_view term) {
   Value const v =
       impl_->term_of(term, "a floating-point term", [](Value x) { return !x.is_bool && !x.is_rm; });
+  if (impl_->problem.operands[v.index].bv > 0)
+    throw std::invalid_argument("fpsolve::api::Solver: '" + std::string(term) +
+                                "' is a bit-vector term; its value is value_text's");
   return eval_fp(impl_->problem, impl_->model, v.index);
 }
 
@@ -191,6 +196,8 @@ std::string Solver::model_text() const {
     else if (var.is_rm)
       out +=
           "RoundingMode " + std::string(qorv::swflt::rounding_mode_name(rm_of_value(s.model[v])));
+    else if (var.bv > 0)
+      out += bv_sort_text(var.bv) + " " + bv_text(s.model[v], var.bv);
     else
       out += qorv::fp_sort_text(var.fmt) + " " + s.model[v].to_str();
     out += ")\n";

@@ -3,6 +3,7 @@
 // search's intervals.
 #include "engine/apply.h"
 
+#include "engine/bv_ops.h"
 #include "engine/evaluator.h"
 
 #include "host/fp_convert.h"
@@ -17,6 +18,7 @@ namespace sw = qorv::swflt;
 
 std::optional<IEEEFloat> apply_op(FpOp op, IEEEFloat::rounding_mode rm,
                                   std::vector<IEEEFloat> const& a, IEEEFloat::format to) {
+  if (bv_family(op)) return bv_apply(op, rm, a, to);
   IEEEFloat r;
   switch (op) {
   case FpOp::add:
@@ -55,6 +57,8 @@ std::optional<IEEEFloat> apply_op(FpOp op, IEEEFloat::rounding_mode rm,
     break;
   case FpOp::ite:
     throw std::logic_error("apply_op: ite depends on a condition");
+  default:
+    break; // the bit-vector family, above
   }
   return canonical(r);
 }
@@ -106,14 +110,23 @@ bool complete_with(Problem const& p, Evaluator<mpz_class>& ev, std::vector<IEEEF
         value = *r;
       } else {
         specified = false;
-        std::vector<mpz_class> key;
+        // The choice is a function of the operation, its result sort, its
+        // rounding mode and its operand values.
+        std::vector<mpz_class> key{mpz_class(static_cast<unsigned long>(to.sb)),
+                                   mpz_class(static_cast<int>(rm))};
         for (IEEEFloat const& x : args)
           key.push_back(rank_of<mpz_class>(x));
         IEEEFloat const& proposal = model[d.var];
-        IEEEFloat pick = static_cast<std::size_t>(d.var) < given && !proposal.is_nan() &&
-                                 proposal.is_zero() && proposal.get_format() == to
-                             ? proposal
-                             : IEEEFloat::zero(to, false);
+        bool const proposed = static_cast<std::size_t>(d.var) < given && !proposal.is_nan() &&
+                              proposal.get_format() == to;
+        // A bit-vector may take any value of its width, a min or max a zero.
+        bool const fits =
+            proposed && (p.vars[d.var].bv > 0
+                             ? rank_of<mpz_class>(proposal) >= 0 &&
+                                   mpz_sizeinbase(rank_of<mpz_class>(proposal).get_mpz_t(), 2) <=
+                                       p.vars[d.var].bv
+                             : proposal.is_zero());
+        IEEEFloat pick = fits ? proposal : IEEEFloat::zero(to, false);
         value = choices.emplace(std::make_pair(d.op, std::move(key)), pick).first->second;
       }
     }

@@ -122,7 +122,9 @@ bool DefPropagation<R>::prop_def(int d) {
       if (!atoms_.restrict_to(df.args[i], s)) return false;
       a[i].s = tc_.ev.img(df.args[i]);
     }
-  if (df.op != FpOp::min && df.op != FpOp::max && tc_.ev.cur[v].lo > rf.nan)
+  // fp.to_ubv and fp.to_sbv of NaN have a value.
+  if (df.op != FpOp::min && df.op != FpOp::max && df.op != FpOp::ubv_of_fp &&
+      df.op != FpOp::sbv_of_fp && tc_.ev.cur[v].lo > rf.nan)
     for (int o : df.args) {
       Set<R> s = tc_.ev.img(o);
       if (!s.nan) continue;

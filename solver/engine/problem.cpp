@@ -27,6 +27,30 @@ int Problem::add_var(std::string const& name, bool is_bool, IEEEFloat::format fm
   return static_cast<int>(vars.size() - 1);
 }
 
+int Problem::add_bv_var(std::string const& name, std::uint32_t n) {
+  int const v = add_var(name, false, bv_format(n));
+  vars[v].bv = n;
+  Operand o;
+  o.var = v;
+  o.fmt = bv_format(n);
+  o.bv = n;
+  return add_operand(o);
+}
+
+int Problem::add_bv_constant(mpz_class const& value, std::uint32_t n) {
+  assert(value >= 0 && mpz_sizeinbase(value.get_mpz_t(), 2) <= n &&
+         "a bit-vector constant lies in 0 .. 2^n - 1");
+  std::string const key = "bv" + std::to_string(n) + ":" + value.get_str(16);
+  if (auto it = constant_index_.find(key); it != constant_index_.end()) return it->second;
+  Operand o;
+  o.fmt = bv_format(n);
+  o.bv = n;
+  o.constant = qorv::from_packed_rank(value.get_mpz_t(), o.fmt);
+  operands.push_back(std::move(o));
+  constant_index_.emplace(key, static_cast<int>(operands.size() - 1));
+  return static_cast<int>(operands.size() - 1);
+}
+
 int Problem::add_constant(IEEEFloat const& v) {
   Operand o;
   o.constant = canonical(v);
@@ -70,16 +94,19 @@ int Problem::add_rm_constant(IEEEFloat::rounding_mode rm) {
   return known;
 }
 
-int Problem::add_def(Def d, IEEEFloat::format fmt) {
+int Problem::add_def(Def d, IEEEFloat::format fmt, std::uint32_t bv) {
+  if (bv > 0) fmt = bv_format(bv);
   DefKey key{d.op, d.rm, d.args, d.cond, fmt.eb, fmt.sb};
   if (auto it = def_index_.find(key); it != def_index_.end()) return it->second;
   int const v = add_var("@t" + std::to_string(defs.size()), false, fmt);
   vars[v].def = static_cast<int>(defs.size());
+  vars[v].bv = bv;
   d.var = v;
   defs.push_back(std::move(d));
   Operand o;
   o.var = v;
   o.fmt = fmt;
+  o.bv = bv;
   int const operand = add_operand(o);
   def_index_.emplace(std::move(key), operand);
   return operand;

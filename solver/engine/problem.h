@@ -18,6 +18,15 @@
 // structure and atoms are Nodes; chains (fp.leq a b c), n-ary = and distinct
 // are expanded into binary atoms under `and` when they are built.
 //
+// A bit-vector of width n is an operand of the format (2, n + 1) whose
+// value is the non-negative value of rank 0 .. 2^n - 1: its rank, which for
+// a non-negative value is its bit pattern, is the unsigned value of the
+// bit-vector.  So the trail, the splits (the mid rank is the unsigned
+// mid-point), the bound literals and the learning carry bit-vectors without
+// a line of their own; `Var::bv` and `Operand::bv` tell them apart from
+// floats of the same format, and the search keeps a bit-vector variable
+// within its 2^n ranks (no NaN, no rank above 2^n - 1).
+//
 // SMT-LIB has a single NaN, so every NaN constant is stored with the quiet
 // NaN pattern (IEEEFloat::self_nan); the search keeps the same convention.
 //
@@ -35,6 +44,7 @@
 #include "host/terms.h"
 
 #include <cstdint>
+#include <gmpxx.h>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -48,6 +58,7 @@ struct Var {
   bool is_bool = false;
   bool is_rm = false;          // a rounding-mode variable
   IEEEFloat::format fmt{2, 2}; // (2, 2) for Booleans and rounding modes
+  std::uint32_t bv = 0;        // a bit-vector's width (format (2, bv + 1)), else 0
   qorv::Term const* term = nullptr;
   int def = -1; // the Def whose result this is, or -1 for an input variable
 };
@@ -58,8 +69,17 @@ struct Operand {
   bool neg = false;
   IEEEFloat constant; // constants only; NaN is always the quiet NaN
   IEEEFloat::format fmt;
-  bool is_rm = false; // a rounding mode (format (2, 2), ranks 0..4)
+  bool is_rm = false;   // a rounding mode (format (2, 2), ranks 0..4)
+  std::uint32_t bv = 0; // a bit-vector's width, else 0 (never with abs or neg)
 };
+
+// The format that carries bit-vectors of width n, and the width back.
+inline IEEEFloat::format bv_format(std::uint32_t n) {
+  return {2, std::uint64_t{n} + 1};
+}
+inline std::uint32_t bv_width(IEEEFloat::format f) {
+  return static_cast<std::uint32_t>(f.sb - 1);
+}
 
 // Operations whose result is a term of its own.  The SMT-LIB semantics hold
 // (host/fp_arith.h, host/fp_convert.h); min and max of +0 and -0 are a choice
@@ -76,8 +96,49 @@ enum class FpOp : std::uint8_t {
   min,
   max,
   convert, // to_fp of a floating-point term, to the result's format
-  ite      // cond ? args[0] : args[1]
+  ite,     // cond ? args[0] : args[1]
+  // Bit-vector operations (engine/bv_ops.h): operands and result are
+  // bit-vectors, the widths those of their formats.
+  bv_not,
+  bv_and,
+  bv_or,
+  bv_xor,
+  bv_neg,
+  bv_add,
+  bv_sub,
+  bv_mul,
+  bv_udiv, // x / 0 is all ones
+  bv_urem, // x % 0 is x
+  bv_sdiv,
+  bv_srem,
+  bv_smod,
+  bv_shl,
+  bv_lshr,
+  bv_ashr,
+  bv_concat,
+  bv_trunc, // the low bits of args[0], as many as the result has
+  bv_sext,  // sign extension to the result's width
+  // Conversions between the theories.
+  fp_of_bits, // to_fp of a bit pattern of the result's width
+  fp_of_ubv,  // to_fp_unsigned under a rounding mode
+  fp_of_sbv,  // to_fp of a two's complement bit-vector under a rounding mode
+  ubv_of_fp,  // fp.to_ubv: unspecified for NaN, infinities and out of range
+  sbv_of_fp   // fp.to_sbv: the same
 };
+
+// The bit-vector operations and the conversions (engine/bv_ops.h).
+inline bool bv_family(FpOp op) {
+  return op >= FpOp::bv_not;
+}
+// Operations whose result is a bit-vector, and those with bit-vector operands.
+inline bool bv_result(FpOp op) {
+  return (op >= FpOp::bv_not && op <= FpOp::bv_sext) || op == FpOp::ubv_of_fp ||
+         op == FpOp::sbv_of_fp;
+}
+inline bool bv_operands(FpOp op) {
+  return op >= FpOp::bv_not && op <= FpOp::sbv_of_fp && op != FpOp::ubv_of_fp &&
+         op != FpOp::sbv_of_fp;
+}
 
 struct Def {
   FpOp op = FpOp::add;
@@ -124,6 +185,11 @@ public:
   // A new variable with its own term of the term manager; Booleans get the
   // format (2, 2) whatever `fmt` says.  Returns its index.
   int add_var(std::string const& name, bool is_bool, IEEEFloat::format fmt);
+  // A bit-vector variable of width n >= 1; returns the operand viewing it.
+  int add_bv_var(std::string const& name, std::uint32_t n);
+  // The bit-vector constant `value` (0 <= value < 2^n) of width n as an
+  // operand (the same index for the same width and value).
+  int add_bv_constant(mpz_class const& value, std::uint32_t n);
   // A constant operand; a NaN is stored as the quiet NaN.  Returns its index
   // (the same index for the same value).
   int add_constant(IEEEFloat const& v);
@@ -138,7 +204,8 @@ public:
   // A term of its own for d (d.var is set here) with result format fmt;
   // returns the operand viewing its result variable.  The same operation on
   // the same operands returns the operand of the first one.
-  int add_def(Def d, IEEEFloat::format fmt);
+  // A bit-vector result has format bv_format(bv) (fmt is then ignored).
+  int add_def(Def d, IEEEFloat::format fmt, std::uint32_t bv = 0);
   int true_node() const { return true_; }
   int false_node() const { return false_; }
 

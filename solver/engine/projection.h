@@ -18,6 +18,7 @@
 #pragma once
 
 #include "engine/apply.h"
+#include "engine/bv_projection.h"
 #include "engine/ranks.h"
 
 #include "host/fp_convert.h"
@@ -48,9 +49,32 @@ struct Bounds {
 // binary operation are one term (x + x, x - x, x * x, x / x), which is
 // exact where two independent boxes would not be: x - x is a zero, x * x
 // is no less than zero, x / x is 1.
+// The bit-vector family (bv_projection.h), its sets handed over as exact
+// integers.
+template <class R>
+Set<R> project_bv_family(FpOp op, std::vector<Bounds<R>> const& a, unsigned modes,
+                         IEEEFloat::format rfmt) {
+  std::vector<BvSet> sets(a.size());
+  std::vector<IEEEFloat::format> fmts;
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    sets[i].nan = a[i].s.nan;
+    rank_to_mpz(a[i].s.lo, &sets[i].lo);
+    rank_to_mpz(a[i].s.hi, &sets[i].hi);
+    fmts.push_back(a[i].fmt);
+  }
+  BvSet const r = project_bv(op, sets, fmts, modes, rfmt);
+  Set<R> out{r.nan, R(1), R(0)};
+  if (r.has_num()) {
+    rank_from_mpz(r.lo.get_mpz_t(), &out.lo);
+    rank_from_mpz(r.hi.get_mpz_t(), &out.hi);
+  }
+  return out;
+}
+
 template <class R>
 Set<R> project(FpOp op, std::vector<Bounds<R>> const& a, unsigned modes, FormatRanks<R> const& rf,
                IEEEFloat::format rfmt, bool same = false) {
+  if (bv_family(op)) return project_bv_family(op, a, modes, rfmt);
   Set<R> out{false, R(1), R(0)};
   auto hull = [&](R const& l, R const& h) {
     bool const empty = !out.has_num();

@@ -52,9 +52,17 @@ void Search<R>::check_invariants() {
 template <class R>
 Result Search<R>::run() {
   setup_search(ctx_, queue_, manager_);
-  // Rounding-mode variables range over the five modes.
+  // Rounding-mode variables range over the five modes, bit-vectors of width
+  // n over the ranks 0 .. 2^n - 1.
   for (std::size_t v = 0; v < ctx_.p.vars.size(); ++v)
     if (ctx_.relevant[v] && ctx_.p.vars[v].is_rm) tc_.narrow(static_cast<int>(v), R(0), R(4));
+  for (std::size_t v = 0; v < ctx_.p.vars.size(); ++v)
+    if (ctx_.relevant[v] && ctx_.p.vars[v].bv > 0) {
+      R top;
+      mpz_class const z = (mpz_class(1) << ctx_.p.vars[v].bv) - 1;
+      rank_from_mpz(z.get_mpz_t(), &top);
+      tc_.narrow(static_cast<int>(v), R(0), top);
+    }
   Problem const& p = ctx_.p;
   Stats& stats = ctx_.stats;
   Result res;

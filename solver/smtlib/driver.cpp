@@ -6,6 +6,7 @@
 #include "smtlib/elaborate.h"
 
 #include "engine/apply.h"
+#include "engine/bv_ops.h"
 
 #include "host/fp_arith.h"
 
@@ -85,6 +86,7 @@ std::string rm_text(IEEEFloat const& v) {
 std::string value_text(Problem const& p, std::vector<IEEEFloat> const& model, Value v) {
   if (v.is_bool) return eval_bool(p, model, v.index) ? "true" : "false";
   if (v.is_rm) return rm_text(eval_fp(p, model, v.index));
+  if (std::uint32_t const n = p.operands[v.index].bv) return bv_text(eval_fp(p, model, v.index), n);
   return eval_fp(p, model, v.index).to_str();
 }
 
@@ -493,6 +495,8 @@ void Session::get_model(SExpr const& cmd) {
       o << "Bool " << (model_[v].is_nan() ? "false" : "true");
     else if (var.is_rm)
       o << "RoundingMode " << rm_text(model_[v]);
+    else if (var.bv > 0)
+      o << bv_sort_text(var.bv) << " " << bv_text(model_[v], var.bv);
     else
       o << qorv::fp_sort_text(var.fmt) << " " << model_[v].to_str();
     o << ")\n";

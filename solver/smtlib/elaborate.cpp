@@ -24,11 +24,25 @@ namespace {
 // level stays well within any thread's stack, sanitizers included.
 constexpr int kRecursionDepth = 48;
 
+} // namespace
+
 std::uint64_t numeral_of(SExpr const& e, char const* what) {
   if (e.is_list || e.atom.kind != Tok::numeral || e.atom.text.size() > 9)
     throw SmtError(e.pos, std::string("expected a numeral for the ") + what);
   return std::stoull(e.atom.text);
 }
+
+namespace {} // namespace
+
+std::uint32_t bv_width_of(SExpr const& e) {
+  std::uint64_t const n = numeral_of(e, "bit-vector width");
+  if (n < 1 || n > kMaxBvWidth)
+    throw SmtError(e.pos, "unsupported bit-vector width " + std::to_string(n) + "; expected 1 to " +
+                              std::to_string(kMaxBvWidth));
+  return static_cast<std::uint32_t>(n);
+}
+
+namespace {
 
 IEEEFloat::format format_of(SExpr const& eb, SExpr const& sb) {
   IEEEFloat::format f{numeral_of(eb, "exponent width"), numeral_of(sb, "significand width")};
@@ -217,8 +231,13 @@ Elaborator::Sort Elaborator::parse_sort(SExpr const& e) const {
     s.fmt = format_of(e.items[2], e.items[3]);
     return s;
   }
-  throw SmtError(e.pos, "unknown sort; expected Bool, Float16, Float32, Float64, Float128 or (_ "
-                        "FloatingPoint eb sb)");
+  if (e.items.size() == 3 && e.items[0].is_symbol("_") && e.items[1].is_symbol("BitVec")) {
+    s.bv = bv_width_of(e.items[2]);
+    s.fmt = bv_format(s.bv);
+    return s;
+  }
+  throw SmtError(e.pos, "unknown sort; expected Bool, Float16, Float32, Float64, Float128, (_ "
+                        "FloatingPoint eb sb) or (_ BitVec n)");
 }
 
 Elaborator::Binding const* Elaborator::lookup(std::string const& name) const {
@@ -290,6 +309,12 @@ void Elaborator::declare(std::string const& name, SExpr const& sort_e, SExpr con
     p_.declared.push_back(p_.operands[b.value.index].var);
     return;
   }
+  if (s.bv > 0) {
+    b.value = {false, p_.add_bv_var(name, s.bv)};
+    bind(name, b, where);
+    p_.declared.push_back(p_.operands[b.value.index].var);
+    return;
+  }
   int const idx = p_.add_var(name, s.is_bool, s.fmt);
   if (s.is_bool) {
     b.value = {true, p_.add_node(Op::bvar, idx)};
@@ -319,7 +344,10 @@ Elaborator::Sort Elaborator::sort_of(Value v) const {
   Sort s;
   s.is_bool = v.is_bool;
   s.is_rm = v.is_rm;
-  if (!v.is_bool && !v.is_rm) s.fmt = p_.operands[v.index].fmt;
+  if (!v.is_bool && !v.is_rm) {
+    s.fmt = p_.operands[v.index].fmt;
+    s.bv = p_.operands[v.index].bv;
+  }
   return s;
 }
 
@@ -329,7 +357,7 @@ bool Elaborator::has_sort(Value v, Sort const& s) const {
   Sort const t = sort_of(v);
   if (t.is_bool || s.is_bool) return t.is_bool == s.is_bool;
   if (t.is_rm || s.is_rm) return t.is_rm == s.is_rm;
-  return t.fmt == s.fmt;
+  return t.fmt == s.fmt && t.bv == s.bv;
 }
 
 void Elaborator::check_argument_sort(SExpr const& e, std::size_t i, Value v, Value first) const {
@@ -366,6 +394,8 @@ void Elaborator::define_fun(std::string const& name, SExpr const& params, SExpr 
         pv = {true, p_.add_node(Op::bvar, p_.add_var(placeholder, true, ps.fmt))};
       else if (ps.is_rm)
         pv = {false, p_.add_rm_var(placeholder), true};
+      else if (ps.bv > 0)
+        pv = {false, p_.add_bv_var(placeholder, ps.bv)};
       else {
         Operand o;
         o.var = p_.add_var(placeholder, false, ps.fmt);
@@ -479,6 +509,8 @@ void Elaborator::pop(std::size_t n, SExpr const& where) {
 }
 
 std::string Elaborator::sort_text(Value v) const {
+  if (!v.is_bool && !v.is_rm && p_.operands[v.index].bv > 0)
+    return "(_ BitVec " + std::to_string(p_.operands[v.index].bv) + ")";
   return v.is_bool ? "Bool"
          : v.is_rm ? "RoundingMode"
                    : qorv::fp_sort_text(p_.operands[v.index].fmt);
@@ -492,7 +524,7 @@ int Elaborator::bool_of(SExpr const& e) {
 
 int Elaborator::fp_of(SExpr const& e) {
   Value v = elaborate(e);
-  if (v.is_bool || v.is_rm)
+  if (v.is_bool || v.is_rm || p_.operands[v.index].bv > 0)
     throw SmtError(e.pos, "wrong sort: expected a floating-point term, found " + sort_text(v));
   return v.index;
 }
@@ -540,8 +572,7 @@ Value Elaborator::elaborate_atom(SExpr const& e) {
                               "; expected a Boolean or floating-point term");
   case Tok::binary:
   case Tok::hex:
-    throw SmtError(e.pos, "unsupported bit-vector term " + e.atom.text +
-                              "; a bit-vector literal may only appear inside fp or to_fp");
+    return {false, bv_constant(e)};
   default:
     throw SmtError(e.pos, "expected a term");
   }
@@ -564,10 +595,14 @@ int Elaborator::indexed_fp(SExpr const& e) {
   return p_.add_constant(IEEEFloat::zero(f, negative));
 }
 
-// (fp s e m) of three bit-vector literals.
+// (fp s e m) of three bit-vector literals, else of bit-vector terms.
 int Elaborator::fp_literal(SExpr const& e) {
   std::size_t const argc = e.items.size() - 1;
-  if (argc != 3) throw SmtError(e.pos, "fp expects 3 bit-vector literals");
+  if (argc != 3) throw SmtError(e.pos, "fp expects 3 bit-vector arguments");
+  for (std::size_t i = 1; i <= 3; ++i)
+    if (e.items[i].is_list ||
+        (e.items[i].atom.kind != Tok::binary && e.items[i].atom.kind != Tok::hex))
+      return fp_of_bv_terms(e);
   std::string bits[3];
   for (std::size_t i = 1; i <= 3; ++i) {
     SExpr const& x = e.items[i];
@@ -591,6 +626,7 @@ Value Elaborator::elaborate_list(SExpr const& e) {
   if (e.items.empty()) throw SmtError(e.pos, "expected a term, found '()'");
   SExpr const& h = e.items[0];
   std::size_t const argc = e.items.size() - 1;
+  if (Value v; bv_term(e, &v)) return v;
   if (h.is_symbol("_")) return {false, indexed_fp(e)};
   if (h.is_list) {
     if (h.items.size() == 4 && h.items[0].is_symbol("_") &&
@@ -650,7 +686,7 @@ Value Elaborator::elaborate_list(SExpr const& e) {
     d.op = FpOp::ite;
     d.args = {t.index, f.index};
     d.cond = c;
-    return {false, p_.add_def(d, p_.operands[t.index].fmt)};
+    return {false, p_.add_def(d, p_.operands[t.index].fmt, p_.operands[t.index].bv)};
   }
   if (op == "=" || op == "distinct") {
     need(2, "at least 2 arguments");
@@ -785,8 +821,19 @@ Value Elaborator::to_fp(SExpr const& e, IEEEFloat::format f, bool is_unsigned) {
   auto is_bv = [](SExpr const& x) {
     return !x.is_list && (x.atom.kind == Tok::binary || x.atom.kind == Tok::hex);
   };
+  // A literal pattern folds here, whatever its width (a wrong one is an error at it).
   if (argc == 1 && !is_unsigned && is_bv(e.items[1]))
     return {false, p_.add_constant(fp_from_bitvector(e.items[1].atom, f))};
+  if (argc == 1 && !is_unsigned) {
+    std::uint32_t width = 0;
+    int const x = bv_of(e.items[1], &width);
+    if (width != f.eb + f.sb)
+      throw SmtError(e.items[1].pos, "wrong sort: to_fp of a bit pattern of " +
+                                         qorv::fp_sort_text(f) + " expects (_ BitVec " +
+                                         std::to_string(f.eb + f.sb) + "), found " +
+                                         sort_text({false, x}));
+    return {false, bv_def(FpOp::fp_of_bits, {x}, 0, -1, f)};
+  }
   if (argc != 2)
     throw SmtError(e.pos, std::string("unsupported ") + name +
                               " arguments; expected a rounding mode and a term, or a "
@@ -797,30 +844,20 @@ Value Elaborator::to_fp(SExpr const& e, IEEEFloat::format f, bool is_unsigned) {
   bool const real =
       (!x.is_list && (x.atom.kind == Tok::numeral || x.atom.kind == Tok::decimal)) ||
       (x.is_list && !x.items.empty() && (x.items[0].is_symbol("-") || x.items[0].is_symbol("/")));
-  if (is_bv(x) || real) {
+  if (real) {
     if (!rm_constant)
       throw SmtError(e.items[1].pos, std::string("unsupported rounding-mode term in ") + name +
                                          " of a literal; expected a rounding-mode constant");
+    if (is_unsigned)
+      throw SmtError(x.pos, "wrong sort: to_fp_unsigned expects a bit-vector, found a real");
     auto const mode = rm_of_value(p_.operands[rm].constant);
-    if (real) {
-      if (is_unsigned)
-        throw SmtError(x.pos, "wrong sort: to_fp_unsigned expects a bit-vector, found a real");
-      return {false, p_.add_constant(fp_from_rational(real_of(x), f, mode, x.pos))};
-    }
-    std::string const& t = x.atom.text;
-    std::uint64_t const width = x.atom.kind == Tok::binary ? t.size() : 4 * t.size();
-    mpz_class bits(t, x.atom.kind == Tok::binary ? 2 : 16);
-    try {
-      return {false, p_.add_constant(canonical(
-                         is_unsigned ? qorv::swflt::from_ubv(mode, bits.get_mpz_t(), width, f)
-                                     : qorv::swflt::from_sbv(mode, bits.get_mpz_t(), width, f)))};
-    } catch (std::invalid_argument const& err) {
-      throw SmtError(x.pos, err.what());
-    }
+    return {false, p_.add_constant(fp_from_rational(real_of(x), f, mode, x.pos))};
   }
-  if (is_unsigned)
-    throw SmtError(x.pos, "unsupported to_fp_unsigned argument; expected a bit-vector literal");
   Value v = elaborate(x);
+  if (!v.is_bool && !v.is_rm && p_.operands[v.index].bv > 0)
+    return to_fp_of_bv(e, rm, v.index, f, is_unsigned);
+  if (is_unsigned)
+    throw SmtError(x.pos, "wrong sort: to_fp_unsigned expects a bit-vector, found " + sort_text(v));
   if (v.is_bool || v.is_rm)
     throw SmtError(x.pos, "unsupported to_fp argument of sort " + sort_text(v) +
                               "; expected a floating-point term, a real or a bit-vector literal");
@@ -868,6 +905,7 @@ Elaborator::Frame Elaborator::frame_of(SExpr const& e) const {
     f.end = to;
     return f;
   };
+  if (bv_frame(e)) return args(1, argc + 1);
   if (h.is_list) {
     bool const to_fp = h.items.size() == 4 && h.items[0].is_symbol("_") &&
                        h.items[1].is_symbol("to_fp") && argc == 2;

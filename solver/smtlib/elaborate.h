@@ -23,6 +23,7 @@
 
 #include "engine/problem.h"
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <unordered_map>
@@ -30,7 +31,15 @@
 
 namespace fpsolve {
 
+// A numeral index (at most nine digits), else an error at it naming `what`.
+std::uint64_t numeral_of(SExpr const& e, char const* what);
+// Bit-vector widths run from 1 to kMaxBvWidth (a width n is carried by the
+// format (2, n + 1), problem.h).
+inline constexpr std::uint32_t kMaxBvWidth = 1u << 16;
+std::uint32_t bv_width_of(SExpr const& e);
+
 struct FpOperator; // a row of the operator table (elaborate.cpp)
+struct BvOperator; // a row of the bit-vector operator table (elaborate_bv.cpp)
 
 // What a name or a term elaborates to: a Boolean node or an operand.
 struct Value {
@@ -66,6 +75,7 @@ private:
     bool is_bool = false;
     bool is_rm = false;
     IEEEFloat::format fmt;
+    std::uint32_t bv = 0; // (_ BitVec bv), with fmt bv_format(bv)
   };
   struct Macro {
     std::vector<std::pair<std::string, Sort>> params;
@@ -115,6 +125,28 @@ private:
   // Binds the names of let e to the values of its bound terms.
   void bind_let(SExpr const& e, std::vector<Value> const& bound);
   Value to_fp(SExpr const& e, IEEEFloat::format f, bool is_unsigned);
+  // Bit-vector terms and the conversions from and to them (elaborate_bv.cpp).
+  // bv_term elaborates e into *out when e's operator is of the bit-vector
+  // family (a bit-vector operator, comparison, indexed operator or (_ bvN
+  // n)), and returns false otherwise.
+  bool bv_term(SExpr const& e, Value* out);
+  Value bv_operation(SExpr const& e, BvOperator const& o);
+  Value bv_indexed(SExpr const& e);
+  // A bit-vector term's operand; its width in *width.
+  int bv_of(SExpr const& e, std::uint32_t* width = nullptr);
+  // The Def of op on args with a result of width n (a float of format f
+  // when n is 0), folded when every argument is a constant and the result
+  // specified.
+  int bv_def(FpOp op, std::vector<int> args, std::uint32_t n, int rm = -1,
+             IEEEFloat::format f = {2, 2});
+  int bv_constant(SExpr const& e); // #b..., #x... and (_ bvN n)
+  int bv_extract(int x, std::uint32_t hi, std::uint32_t lo);
+  // (fp s e m) over bit-vector terms; to_fp of a bit-vector term.
+  int fp_of_bv_terms(SExpr const& e);
+  Value to_fp_of_bv(SExpr const& e, int rm, int x, IEEEFloat::format f, bool is_unsigned);
+  // The iterative elaboration's view of a bit-vector term: true when every
+  // argument items[1..] is a term to elaborate first.
+  bool bv_frame(SExpr const& e) const;
   int indexed_fp(SExpr const& e);
   Value elaborate_list(SExpr const& e);
   Value elaborate_atom(SExpr const& e);

@@ -263,7 +263,15 @@ TEST(Fpsolve, BadInputNamesPlaceAndExpectation) {
     char const* message;
   } const cases[] = {
       {"(declare-const x Float32)\n(assert (fp.leq ((_ fp.to_ubv 8) RNE x) x))",
-       "(error \"line 2 column 18: unsupported operator (_ fp.to_ubv ...)"},
+       "(error \"line 2 column 17: wrong sort: expected a floating-point term, found (_ BitVec "
+       "8)\")"},
+      {"(declare-const a (_ BitVec 4))\n(assert (bvult a #b101))",
+       "(error \"line 2 column 18: wrong sort: argument 2 of bvult is (_ BitVec 3), expected (_ "
+       "BitVec 4)\")"},
+      {"(declare-const a (_ BitVec 4))\n(assert (= a ((_ extract 4 1) a)))",
+       "(error \"line 2 column 15: invalid extract indices 4 1 of a bit-vector of width 4"},
+      {"(declare-const x Float32)\n(assert (fp.isNaN (fp.to_real x)))",
+       "(error \"line 2 column 20: unsupported operator 'fp.to_real'"},
       {"(assert (forall ((y Float32)) (fp.isNaN y)))",
        "(error \"line 1 column 10: unsupported quantifier 'forall'"},
       {"(declare-const x Float32)\n(assert (fp.isNaN (fp.add RNE x)))",

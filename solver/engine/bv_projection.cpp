@@ -1,0 +1,267 @@
+// Forward projections of the bit-vector operations (see bv_projection.h).
+#include "engine/bv_projection.h"
+
+#include "engine/bv_ops.h"
+
+#include "host/fp_convert.h"
+#include "host/packed_rank.h"
+
+#include <optional>
+
+namespace fpsolve {
+
+namespace {
+
+namespace sw = qorv::swflt;
+
+mpz_class pow2(std::uint64_t n) {
+  mpz_class r;
+  mpz_ui_pow_ui(r.get_mpz_t(), 2, n);
+  return r;
+}
+
+mpz_class rank_z(IEEEFloat const& v) {
+  mpz_class z;
+  qorv::packed_rank(v, z.get_mpz_t());
+  return z;
+}
+
+IEEEFloat value_z(mpz_class const& r, IEEEFloat::format f) {
+  return qorv::from_packed_rank(r.get_mpz_t(), f);
+}
+
+// 2^k - 1 for the least k with max < 2^k: every value of at most max's bits.
+mpz_class ones_up_to(mpz_class const& max) {
+  if (max == 0) return 0;
+  return pow2(mpz_sizeinbase(max.get_mpz_t(), 2)) - 1;
+}
+
+struct Hull {
+  BvSet out{false, 1, 0};
+  void add(mpz_class const& l, mpz_class const& h) {
+    if (h < l) return;
+    bool const empty = !out.has_num();
+    if (empty || l < out.lo) out.lo = l;
+    if (empty || out.hi < h) out.hi = h;
+  }
+  // Two results of a monotone conversion, joined in the numeric order and
+  // widened to both zeros when the range touches zero (keys: -0 and +0 are 0).
+  void add_keys(IEEEFloat const& x, IEEEFloat const& y) {
+    for (IEEEFloat const* v : {&x, &y})
+      if (v->is_nan()) out.nan = true;
+    if (x.is_nan() || y.is_nan()) return;
+    auto key = [](mpz_class const& r) { return r >= 0 ? mpz_class(r) : mpz_class(r + 1); };
+    mpz_class kx = key(rank_z(x)), ky = key(rank_z(y));
+    if (ky < kx) std::swap(kx, ky);
+    add(kx > 0 ? kx : mpz_class(kx - 1), ky >= 0 ? ky : mpz_class(ky - 1));
+  }
+};
+
+// The non-negative and the negative half of a two's complement range of
+// width m: [lo, hi] cut at 2^(m-1).
+struct Halves {
+  mpz_class lo0, hi0, lo1, hi1; // a half is empty when its lo > hi
+  Halves(BvSet const& x, std::uint32_t m) {
+    mpz_class const s = pow2(m - 1);
+    lo0 = x.lo;
+    hi0 = x.hi < s ? x.hi : mpz_class(s - 1);
+    lo1 = x.lo > s ? x.lo : s;
+    hi1 = x.hi;
+  }
+};
+
+BvSet project_arith(FpOp op, std::vector<BvSet> const& a, std::uint32_t n) {
+  mpz_class const m = pow2(n), top = m - 1;
+  BvSet const full{false, 0, top};
+  BvSet const& x = a[0];
+  auto range = [](mpz_class const& l, mpz_class const& h) { return BvSet{false, l, h}; };
+  auto wrapping = [&](mpz_class const& l, mpz_class const& h) {
+    if (h < m && l >= 0) return range(l, h);
+    if (l >= m) return range(l - m, h - m);
+    if (h < 0) return range(l + m, h + m);
+    return full;
+  };
+  switch (op) {
+  case FpOp::bv_not:
+    return range(top - x.hi, top - x.lo);
+  case FpOp::bv_neg:
+    return x.hi == 0 ? range(0, 0) : x.lo > 0 ? range(m - x.hi, m - x.lo) : full;
+  case FpOp::bv_and:
+    return range(0, x.hi < a[1].hi ? x.hi : a[1].hi);
+  case FpOp::bv_or:
+    return range(x.lo > a[1].lo ? x.lo : a[1].lo, ones_up_to(x.hi > a[1].hi ? x.hi : a[1].hi));
+  case FpOp::bv_xor:
+    return range(0, ones_up_to(x.hi > a[1].hi ? x.hi : a[1].hi));
+  case FpOp::bv_add:
+    return wrapping(x.lo + a[1].lo, x.hi + a[1].hi);
+  case FpOp::bv_sub:
+    return wrapping(x.lo - a[1].hi, x.hi - a[1].lo);
+  case FpOp::bv_mul: {
+    mpz_class const hi = x.hi * a[1].hi;
+    return hi < m ? range(x.lo * a[1].lo, hi) : full;
+  }
+  case FpOp::bv_udiv: {
+    BvSet const& y = a[1];
+    Hull h;
+    if (y.hi > 0) {
+      mpz_class const least = y.lo > 0 ? y.lo : mpz_class(1);
+      h.add(x.lo / y.hi, x.hi / least);
+    }
+    if (y.lo == 0) h.add(top, top); // division by zero
+    return h.out;
+  }
+  case FpOp::bv_urem: {
+    BvSet const& y = a[1];
+    if (y.lo == 0) return range(0, x.hi); // x % 0 is x
+    if (x.hi < y.lo) return x;            // no operand reaches the divisor
+    return range(0, x.hi < y.hi ? x.hi : mpz_class(y.hi - 1));
+  }
+  case FpOp::bv_shl: {
+    BvSet const& y = a[1];
+    if (y.lo >= n) return range(0, 0);
+    if (y.hi >= n) return full;
+    auto const k = static_cast<mp_bitcnt_t>(y.hi.get_ui());
+    mpz_class const hi = x.hi << k;
+    return hi < m ? range(x.lo << static_cast<mp_bitcnt_t>(y.lo.get_ui()), hi) : full;
+  }
+  case FpOp::bv_lshr: {
+    BvSet const& y = a[1];
+    auto shift = [&](mpz_class const& k) {
+      return static_cast<mp_bitcnt_t>(k >= n ? n : static_cast<std::uint32_t>(k.get_ui()));
+    };
+    return range(x.lo >> shift(y.hi), x.hi >> shift(y.lo));
+  }
+  default: // ashr and the signed operations
+    return full;
+  }
+}
+
+// fp.to_ubv / fp.to_sbv: monotone where specified; anything of the width
+// where some value of the box (NaN included) is out of range.
+BvSet project_to_bv(FpOp op, BvSet const& x, IEEEFloat::format xf, unsigned modes,
+                    std::uint32_t n) {
+  mpz_class const m = pow2(n);
+  BvSet const full{false, 0, m - 1};
+  if (x.nan || !x.has_num()) return full;
+  IEEEFloat const lo = value_z(x.lo, xf), hi = value_z(x.hi, xf);
+  Hull h;
+  for (int md = 0; md < 5; ++md) {
+    if (!(modes >> md & 1)) continue;
+    auto const rm = static_cast<IEEEFloat::rounding_mode>(md);
+    auto const a = op == FpOp::ubv_of_fp ? sw::to_ubv(rm, lo, n) : sw::to_sbv(rm, lo, n);
+    auto const b = op == FpOp::ubv_of_fp ? sw::to_ubv(rm, hi, n) : sw::to_sbv(rm, hi, n);
+    if (!a || !b) return full;
+    mpz_class za, zb;
+    a->get_num(za.get_mpz_t());
+    b->get_num(zb.get_mpz_t());
+    if (za < 0 && zb >= 0) return full; // the negative part wraps to the top
+    if (za < 0) {
+      za += m;
+      zb += m;
+    }
+    h.add(za, zb);
+  }
+  return h.out;
+}
+
+// to_fp of a bit pattern: each sign half maps monotonically (increasing for
+// the positive half, decreasing for the negative) onto ranks, and the
+// patterns beyond infinity are NaN.
+BvSet project_bits(BvSet const& x, IEEEFloat::format f) {
+  mpz_class const s = pow2(f.eb + f.sb - 1);
+  mpz_class const inf = rank_z(IEEEFloat::inf(f, false));
+  Halves const hv(x, static_cast<std::uint32_t>(f.eb + f.sb));
+  Hull h;
+  if (hv.lo0 <= hv.hi0) {
+    if (hv.lo0 <= inf) h.add(hv.lo0, hv.hi0 < inf ? hv.hi0 : inf);
+    if (hv.hi0 > inf) h.out.nan = true;
+  }
+  if (hv.lo1 <= hv.hi1) {
+    mpz_class const ml = hv.lo1 - s, mh = hv.hi1 - s;
+    if (ml <= inf) h.add(-(mh < inf ? mh : inf) - 1, -ml - 1);
+    if (mh > inf) h.out.nan = true;
+  }
+  return h.out;
+}
+
+} // namespace
+
+BvSet project_bv(FpOp op, std::vector<BvSet> const& a, std::vector<IEEEFloat::format> const& fmts,
+                 unsigned modes, IEEEFloat::format rfmt) {
+  std::uint32_t const n = bv_width(rfmt);
+  for (BvSet const& b : a)
+    if (!b.nan && !b.has_num()) return BvSet{false, 1, 0}; // an operand without values
+  bool single = true;
+  for (BvSet const& b : a)
+    single = single && b.single();
+  if (single && op != FpOp::ubv_of_fp && op != FpOp::sbv_of_fp) {
+    std::vector<IEEEFloat> args;
+    for (std::size_t i = 0; i < a.size(); ++i)
+      args.push_back(a[i].has_num() ? value_z(a[i].lo, fmts[i]) : IEEEFloat::nan(fmts[i]));
+    Hull h;
+    for (int md = 0; md < 5; ++md)
+      if (modes >> md & 1) {
+        // Every operation here but the two conversions to bit-vectors is specified.
+        IEEEFloat const r = *bv_apply(op, static_cast<IEEEFloat::rounding_mode>(md), args, rfmt);
+        if (r.is_nan())
+          h.out.nan = true;
+        else
+          h.add(rank_z(r), rank_z(r));
+      }
+    return h.out;
+  }
+  switch (op) {
+  case FpOp::bv_concat: {
+    auto const k = static_cast<mp_bitcnt_t>(bv_width(fmts[1]));
+    return BvSet{false, (a[0].lo << k) + a[1].lo, (a[0].hi << k) + a[1].hi};
+  }
+  case FpOp::bv_trunc: {
+    auto const k = static_cast<mp_bitcnt_t>(n);
+    if ((a[0].lo >> k) != (a[0].hi >> k)) return BvSet{false, 0, pow2(n) - 1};
+    mpz_class const low = pow2(n) - 1;
+    return BvSet{false, a[0].lo & low, a[0].hi & low};
+  }
+  case FpOp::bv_sext: {
+    Halves const hv(a[0], bv_width(fmts[0]));
+    mpz_class const up = pow2(n) - pow2(bv_width(fmts[0]));
+    Hull h;
+    h.add(hv.lo0, hv.hi0);
+    h.add(hv.lo1 + up, hv.hi1 + up);
+    return h.out;
+  }
+  case FpOp::fp_of_bits:
+    return project_bits(a[0], rfmt);
+  case FpOp::fp_of_ubv:
+  case FpOp::fp_of_sbv: {
+    std::uint32_t const m = bv_width(fmts[0]);
+    Halves const hv(a[0], m);
+    Hull h;
+    auto ends = [&](mpz_class const& l, mpz_class const& u) {
+      if (u < l) return;
+      for (int md = 0; md < 5; ++md)
+        if (modes >> md & 1) {
+          auto const rm = static_cast<IEEEFloat::rounding_mode>(md);
+          auto conv = [&](mpz_class const& z) {
+            return op == FpOp::fp_of_ubv ? sw::from_ubv(rm, z.get_mpz_t(), m, rfmt)
+                                         : sw::from_sbv(rm, z.get_mpz_t(), m, rfmt);
+          };
+          h.add_keys(conv(l), conv(u));
+        }
+    };
+    if (op == FpOp::fp_of_ubv) {
+      ends(a[0].lo, a[0].hi);
+    } else { // each half is monotone in the signed value
+      ends(hv.lo0, hv.hi0);
+      ends(hv.lo1, hv.hi1);
+    }
+    return h.out;
+  }
+  case FpOp::ubv_of_fp:
+  case FpOp::sbv_of_fp:
+    return project_to_bv(op, a[0], fmts[0], modes, n);
+  default:
+    return project_arith(op, a, n);
+  }
+}
+
+} // namespace fpsolve
