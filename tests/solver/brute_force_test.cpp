@@ -163,6 +163,105 @@ private:
   std::vector<std::string> fp_names_;
 };
 
+// Scripts that mix bit-vectors of width 3 with floats of format (2, 3):
+// every bit-vector operator and comparison, the indexed operators (always
+// brought back to width 3), the conversions both ways (fp.to_ubv and
+// fp.to_sbv out of range included) and (fp s e m) over bit-vector terms.
+class BvGenerator {
+public:
+  explicit BvGenerator(std::mt19937& rng) : rng_(rng) {}
+
+  std::string script() {
+    std::string s = "(set-logic QF_BVFP)(declare-const b Bool)(declare-const r RoundingMode)"
+                    "(declare-const x (_ BitVec 3))(declare-const y (_ BitVec 3))"
+                    "(declare-const f (_ FloatingPoint 2 3))";
+    for (int i = pick(3); i >= 0; --i)
+      s += "(assert " + formula(2) + ")";
+    return s;
+  }
+
+private:
+  int pick(int n) { return static_cast<int>(rng_() % static_cast<unsigned>(n)); }
+  std::string rm() {
+    static char const* const modes[] = {"r", "RNE", "RNA", "RTP", "RTN", "RTZ"};
+    return modes[pick(6)];
+  }
+  std::string literal() {
+    int const v = pick(8);
+    if (pick(2)) return "(_ bv" + std::to_string(v + 8 * pick(2)) + " 3)";
+    return std::string("#b") + (v & 4 ? '1' : '0') + (v & 2 ? '1' : '0') + (v & 1 ? '1' : '0');
+  }
+  std::string bv(int depth) {
+    int const k = depth == 0 ? pick(3) : pick(14);
+    if (k == 0) return literal();
+    if (k < 3) return pick(2) ? "x" : "y";
+    auto sub = [&] { return bv(depth - 1); };
+    static char const* const binary[] = {"bvand",  "bvor",   "bvxor", "bvnand", "bvnor",  "bvxnor",
+                                         "bvadd",  "bvsub",  "bvmul", "bvudiv", "bvurem", "bvsdiv",
+                                         "bvsrem", "bvsmod", "bvshl", "bvlshr", "bvashr"};
+    if (k < 6) return std::string("(") + binary[pick(17)] + " " + sub() + " " + sub() + ")";
+    if (k == 6) return std::string(pick(2) ? "(bvnot " : "(bvneg ") + sub() + ")";
+    if (k == 7) return "(ite " + formula(0) + " " + sub() + " " + sub() + ")";
+    if (k == 8) { // a window of a concatenation
+      int const j = pick(4);
+      return "((_ extract " + std::to_string(j + 2) + " " + std::to_string(j) + ") (concat " +
+             sub() + " " + sub() + "))";
+    }
+    if (k == 9) {
+      static char const* const ext[] = {"zero_extend", "sign_extend", "repeat"};
+      int const e = pick(3);
+      int const amount = e == 2 ? 2 : 1 + pick(3);
+      int const j = pick(e == 2 ? 4 : amount + 1); // the window lies within the result
+      return "((_ extract " + std::to_string(j + 2) + " " + std::to_string(j) + ") ((_ " + ext[e] +
+             " " + std::to_string(amount) + ") " + sub() + "))";
+    }
+    if (k == 10)
+      return std::string(pick(2) ? "((_ rotate_left " : "((_ rotate_right ") +
+             std::to_string(pick(5)) + ") " + sub() + ")";
+    if (k == 11)
+      return std::string(pick(2) ? "((_ fp.to_ubv 3) " : "((_ fp.to_sbv 3) ") + rm() + " " +
+             fp(depth - 1) + ")";
+    if (k == 12)
+      return "(concat (bvcomp " + sub() + " " + sub() + ") ((_ extract 1 0) " + sub() + "))";
+    return "((_ extract 2 0) (bvadd ((_ zero_extend 2) " + sub() + ") #b00011))";
+  }
+  std::string fp(int depth) {
+    int const k = depth <= 0 ? pick(2) : pick(8);
+    if (k == 0) return "f";
+    if (k == 1) return pick(2) ? "(_ +zero 2 3)" : "((_ to_fp 2 3) #b01001)";
+    auto b = [&] { return bv(depth - 1); };
+    if (k == 2) return "((_ to_fp 2 3) " + rm() + " " + b() + ")";
+    if (k == 3) return "((_ to_fp_unsigned 2 3) " + rm() + " " + b() + ")";
+    if (k == 4) return "((_ to_fp 2 3) (concat " + b() + " ((_ extract 1 0) " + b() + ")))";
+    if (k == 5)
+      return "(fp ((_ extract 2 2) " + b() + ") ((_ extract 1 0) " + b() + ") ((_ extract 2 1) " +
+             b() + "))";
+    if (k == 6) return "(fp.add " + rm() + " " + fp(depth - 1) + " " + fp(depth - 1) + ")";
+    return "(fp.mul " + rm() + " " + fp(depth - 1) + " " + fp(depth - 1) + ")";
+  }
+  std::string formula(int depth) {
+    int const k = depth == 0 ? pick(3) : pick(7);
+    if (k == 0) {
+      static char const* const cmp[] = {"bvult", "bvule", "bvugt", "bvuge", "bvslt",
+                                        "bvsle", "bvsgt", "bvsge", "=",     "distinct"};
+      return std::string("(") + cmp[pick(10)] + " " + bv(1) + " " + bv(1) + ")";
+    }
+    if (k == 1) {
+      static char const* const cmp[] = {"fp.leq", "fp.lt", "fp.eq", "=", "fp.isNaN"};
+      int const c = pick(5);
+      if (c == 4) return "(fp.isNaN " + fp(1) + ")";
+      return std::string("(") + cmp[c] + " " + fp(1) + " " + fp(1) + ")";
+    }
+    if (k == 2) return "b";
+    auto sub = [&] { return formula(depth - 1); };
+    if (k == 3) return "(not " + sub() + ")";
+    static char const* const nary[] = {"and", "or", "xor"};
+    return std::string("(") + nary[k - 4] + " " + sub() + " " + sub() + ")";
+  }
+
+  std::mt19937& rng_;
+};
+
 struct Outcome {
   bool sat = false;
   std::vector<reference::Val> model; // one value per declared constant
@@ -229,6 +328,28 @@ TEST(BruteForce, AnswersAndModelsAgainstTheReference) {
   // Both answers must be well represented, or the test proves little.
   EXPECT_GT(sat, 40);
   EXPECT_GT(unsat, 40);
+}
+
+TEST(BruteForce, BitVectorsAndConversionsAgainstTheReference) {
+  std::mt19937 rng(11);
+  int sat = 0, unsat = 0;
+  for (int i = 0; i < 240; ++i) {
+    std::string const text = BvGenerator(rng).script();
+    reference::Script const ref(text);
+    Outcome const with_probe = run(ref, text, true), bare = run(ref, text, false);
+    ASSERT_EQ(with_probe.sat, bare.sat) << text;
+    if (with_probe.sat) {
+      ++sat;
+      EXPECT_TRUE(ref.holds(with_probe.model)) << "model fails: " << text;
+      EXPECT_TRUE(ref.holds(bare.model)) << "model fails without the probe: " << text;
+    } else {
+      ++unsat;
+      EXPECT_FALSE(ref.satisfiable()) << "unsat, yet satisfiable: " << text;
+    }
+  }
+  std::printf("[ answers  ] %d sat, %d unsat\n", sat, unsat);
+  EXPECT_GT(sat, 30);
+  EXPECT_GT(unsat, 30);
 }
 
 } // namespace

@@ -23,7 +23,8 @@ namespace {
 // Thrown when an evaluation first needs an unspecified zero that no choice
 // fixes yet; holds_with() catches it and tries both zeros.
 struct NeedChoice {
-  std::tuple<bool, std::uint64_t, std::uint64_t, bool> key;
+  std::string key;
+  std::uint64_t count; // the choices are 0 .. count - 1
 };
 
 [[noreturn]] void unsupported(SExpr const& e) {
@@ -41,6 +42,25 @@ Val fp(IEEEFloat const& x) {
   v.kind = Sort::floating_point;
   v.x = x;
   return v;
+}
+
+std::uint64_t mask(std::uint32_t w) {
+  return w >= 64 ? ~std::uint64_t{0} : (std::uint64_t{1} << w) - 1;
+}
+
+Val bitvec(std::uint64_t v, std::uint32_t w) {
+  Val r;
+  r.kind = Sort::bitvector;
+  r.bv = v & mask(w);
+  r.width = w;
+  return r;
+}
+
+// Two's complement value of a bit-vector.
+std::int64_t signed_of(Val const& v) {
+  if (v.width < 64 && (v.bv >> (v.width - 1) & 1))
+    return static_cast<std::int64_t>(v.bv | ~mask(v.width));
+  return static_cast<std::int64_t>(v.bv);
 }
 
 bool is_bv_literal(SExpr const& e) {
@@ -100,7 +120,11 @@ Sort parse_sort(SExpr const& e) {
     s.fmt = {15, 113};
   else if (e.is_list && e.items.size() == 4 && e.items[1].is_symbol("FloatingPoint"))
     s.fmt = {numeral(e.items[2]), numeral(e.items[3])};
-  else
+  else if (e.is_list && e.items.size() == 3 && e.items[1].is_symbol("BitVec")) {
+    s.kind = Sort::bitvector;
+    s.width = static_cast<std::uint32_t>(numeral(e.items[2]));
+    if (s.width > 64) unsupported(e);
+  } else
     unsupported(e);
   return s;
 }
@@ -113,6 +137,8 @@ bool same_value(Val const& a, Val const& b) {
     return a.b == b.b;
   case Sort::rounding_mode:
     return a.rm == b.rm;
+  case Sort::bitvector:
+    return a.bv == b.bv;
   case Sort::floating_point:
     break;
   }
@@ -131,6 +157,12 @@ std::vector<Val> all_values(Sort const& s) {
       v.rm = rm;
       out.push_back(v);
     }
+    return out;
+  }
+  if (s.kind == Sort::bitvector) {
+    if (s.width > 16) throw std::invalid_argument("reference: bit-vector too wide to enumerate");
+    for (std::uint64_t v = 0; v <= mask(s.width); ++v)
+      out.push_back(bitvec(v, s.width));
     return out;
   }
   std::uint64_t const width = s.fmt.eb + s.fmt.sb;
@@ -166,19 +198,20 @@ Script::Script(std::string const& text) {
 }
 
 bool Script::holds(std::vector<Val> const& values) const {
-  std::map<ChoiceKey, bool> choices;
+  std::map<ChoiceKey, std::uint64_t> choices;
   return holds_with(values, choices);
 }
 
-bool Script::holds_with(std::vector<Val> const& values, std::map<ChoiceKey, bool>& choices) const {
+bool Script::holds_with(std::vector<Val> const& values,
+                        std::map<ChoiceKey, std::uint64_t>& choices) const {
   try {
     Env env{&values, {}, &choices};
     for (SExpr const& a : assertions_)
       if (!eval(a, env).b) return false;
     return true;
   } catch (NeedChoice const& need) {
-    for (bool first : {true, false}) {
-      choices[need.key] = first;
+    for (std::uint64_t c = 0; c < need.count; ++c) {
+      choices[need.key] = c;
       if (holds_with(values, choices)) return true;
     }
     choices.erase(need.key);
@@ -225,13 +258,20 @@ bool Script::satisfiable() const {
 
 Val Script::value_of(SExpr const& term) const {
   std::vector<Val> const none;
-  std::map<ChoiceKey, bool> choices;
+  std::map<ChoiceKey, std::uint64_t> choices;
   Env env{&none, {}, &choices};
   return eval(term, env);
 }
 
 Val Script::eval(SExpr const& e, Env& env) const {
   if (!e.is_list) {
+    if (is_bv_literal(e)) {
+      std::uint64_t w = 0;
+      mpz_class const v = bv_value(e, &w);
+      if (w > 64) unsupported(e);
+      return bitvec(mpz_class(v & mpz_class(mask(static_cast<std::uint32_t>(w)))).get_ui(),
+                    static_cast<std::uint32_t>(w));
+    }
     if (e.atom.kind != Tok::symbol) unsupported(e);
     return eval_symbol(e, env);
   }
@@ -262,15 +302,20 @@ Val Script::apply(SExpr const& e, Env& env) const {
   SExpr const& h = e.items[0];
   std::size_t const n = e.items.size() - 1;
   auto arg = [&](std::size_t i) { return eval(e.items[i], env); };
-  if (h.is_list) { // (_ to_fp eb sb) or (_ to_fp_unsigned eb sb)
-    if (h.items.size() != 4) unsupported(e);
+  if (h.is_list) { // (_ to_fp eb sb), (_ to_fp_unsigned eb sb) or a bit-vector operator
+    if (h.items.size() != 4 || h.items[1].is_symbol("extract")) return apply_indexed(e, env);
     bool const is_unsigned = h.items[1].is_symbol("to_fp_unsigned");
     if (!is_unsigned && !h.items[1].is_symbol("to_fp")) unsupported(e);
     return to_fp(e, {numeral(h.items[2]), numeral(h.items[3])}, is_unsigned, env);
   }
   if (h.is_symbol("_")) { // (_ +oo eb sb) and the other indexed constants
-    IEEEFloat::format const f{numeral(e.items[2]), numeral(e.items[3])};
     std::string const& c = e.items[1].atom.text;
+    if (e.items.size() == 3 && c.rfind("bv", 0) == 0) { // (_ bvN n)
+      auto const w = static_cast<std::uint32_t>(numeral(e.items[2]));
+      mpz_class const v(c.substr(2), 10);
+      return bitvec(mpz_class(v & mpz_class(mask(w))).get_ui(), w);
+    }
+    IEEEFloat::format const f{numeral(e.items[2]), numeral(e.items[3])};
     if (c == "NaN") return fp(IEEEFloat::nan(f));
     if (c == "+oo" || c == "-oo") return fp(IEEEFloat::inf(f, c[0] == '-'));
     if (c == "+zero" || c == "-zero") return fp(IEEEFloat::zero(f, c[0] == '-'));
@@ -327,15 +372,15 @@ Val Script::apply(SExpr const& e, Env& env) const {
     return eval(m->second.body, inner);
   }
   if (op.rfind("fp", 0) == 0) return apply_fp(op, e, env);
+  if (op.rfind("bv", 0) == 0 || op == "concat") return apply_bv(op, e, env);
   unsupported(e);
 }
 
 Val Script::apply_fp(std::string const& op, SExpr const& e, Env& env) const {
   if (op == "fp") { // (fp s e m): the bits side by side
-    std::uint64_t ws, we, wm;
-    mpz_class const s = bv_value(e.items[1], &ws), x = bv_value(e.items[2], &we),
-                    m = bv_value(e.items[3], &wm);
-    mpz_class const bits = (((s << we) | x) << wm) | m;
+    Val const s = eval(e.items[1], env), x = eval(e.items[2], env), m = eval(e.items[3], env);
+    std::uint64_t const we = x.width, wm = m.width;
+    mpz_class const bits = (((mpz_class(s.bv) << we) | mpz_class(x.bv)) << wm) | mpz_class(m.bv);
     return fp(IEEEFloat::from_bits(bits.get_mpz_t(), {we, wm + 1}));
   }
   std::array<Val, 4> a; // no allocation per node: enumerations evaluate millions
@@ -380,9 +425,10 @@ Val Script::apply_fp(std::string const& op, SExpr const& e, Env& env) const {
 Val Script::min_max(bool is_max, IEEEFloat const& x, IEEEFloat const& y, Env& env) const {
   if (x.is_zero() && y.is_zero() && x.get_sign() != y.get_sign()) {
     IEEEFloat::format const f = x.get_format();
-    ChoiceKey const key{is_max, f.eb, f.sb, x.get_sign()};
+    ChoiceKey const key = std::string(is_max ? "max " : "min ") + std::to_string(f.eb) + " " +
+                          std::to_string(f.sb) + (x.get_sign() ? " -" : " +");
     auto c = env.choices->find(key);
-    if (c == env.choices->end()) throw NeedChoice{key};
+    if (c == env.choices->end()) throw NeedChoice{key, 2};
     return fp(c->second ? x : y);
   }
   std::optional<IEEEFloat> const r = is_max ? sw::max(x, y) : sw::min(x, y);
@@ -392,7 +438,11 @@ Val Script::min_max(bool is_max, IEEEFloat const& x, IEEEFloat const& y, Env& en
 Val Script::to_fp(SExpr const& e, IEEEFloat::format f, bool is_unsigned, Env& env) const {
   std::uint64_t width = 0;
   if (e.items.size() == 2) { // a bit pattern of the format
-    mpz_class const bits = bv_value(e.items[1], &width);
+    if (is_bv_literal(e.items[1])) {
+      mpz_class const bits = bv_value(e.items[1], &width);
+      return fp(IEEEFloat::from_bits(bits.get_mpz_t(), f));
+    }
+    mpz_class const bits(eval(e.items[1], env).bv);
     return fp(IEEEFloat::from_bits(bits.get_mpz_t(), f));
   }
   sw::rounding_mode const rm = eval(e.items[1], env).rm;
@@ -403,7 +453,124 @@ Val Script::to_fp(SExpr const& e, IEEEFloat::format f, bool is_unsigned, Env& en
                           : sw::from_sbv(rm, bits.get_mpz_t(), width, f));
   }
   if (is_real_literal(x)) return fp(sw::from_rational(rm, real_value(x).get_mpq_t(), f));
-  return fp(sw::convert(rm, eval(x, env).x, f));
+  Val const v = eval(x, env);
+  if (v.kind == Sort::bitvector) {
+    mpz_class const bits(v.bv);
+    return fp(is_unsigned ? sw::from_ubv(rm, bits.get_mpz_t(), v.width, f)
+                          : sw::from_sbv(rm, bits.get_mpz_t(), v.width, f));
+  }
+  return fp(sw::convert(rm, v.x, f));
+}
+
+// Bit-vector operators on 64-bit words, written from the standard's
+// definitions (signed division truncates, the remainder takes the
+// dividend's sign, smod the divisor's).
+Val Script::apply_bv(std::string const& op, SExpr const& e, Env& env) const {
+  std::vector<Val> a;
+  for (std::size_t i = 1; i < e.items.size(); ++i)
+    a.push_back(eval(e.items[i], env));
+  std::uint32_t const w = a[0].width;
+  std::uint64_t const x = a[0].bv, y = a.size() > 1 ? a[1].bv : 0;
+  std::int64_t const sx = signed_of(a[0]), sy = a.size() > 1 ? signed_of(a[1]) : 0;
+  auto fold = [&](auto f) {
+    std::uint64_t r = x;
+    for (std::size_t i = 1; i < a.size(); ++i)
+      r = f(r, a[i].bv) & mask(w);
+    return bitvec(r, w);
+  };
+  if (op == "concat") {
+    std::uint64_t r = 0;
+    std::uint32_t total = 0;
+    for (Val const& v : a) {
+      total += v.width;
+      if (total > 64) unsupported(e);
+      r = (v.width >= 64 ? 0 : r << v.width) | v.bv;
+    }
+    return bitvec(r, total);
+  }
+  if (op == "bvnot") return bitvec(~x, w);
+  if (op == "bvneg") return bitvec(0 - x, w);
+  if (op == "bvand") return fold([](std::uint64_t p, std::uint64_t q) { return p & q; });
+  if (op == "bvor") return fold([](std::uint64_t p, std::uint64_t q) { return p | q; });
+  if (op == "bvxor") return fold([](std::uint64_t p, std::uint64_t q) { return p ^ q; });
+  if (op == "bvadd") return fold([](std::uint64_t p, std::uint64_t q) { return p + q; });
+  if (op == "bvmul") return fold([](std::uint64_t p, std::uint64_t q) { return p * q; });
+  if (op == "bvnand") return bitvec(~(x & y), w);
+  if (op == "bvnor") return bitvec(~(x | y), w);
+  if (op == "bvxnor") return bitvec(~(x ^ y), w);
+  if (op == "bvsub") return bitvec(x - y, w);
+  if (op == "bvudiv") return bitvec(y == 0 ? mask(w) : x / y, w);
+  if (op == "bvurem") return bitvec(y == 0 ? x : x % y, w);
+  if (op == "bvshl") return bitvec(y >= w ? 0 : x << y, w);
+  if (op == "bvlshr") return bitvec(y >= w ? 0 : x >> y, w);
+  if (op == "bvashr") return bitvec(static_cast<std::uint64_t>(sx >> (y >= w ? w - 1 : y)), w);
+  if (op == "bvcomp") return bitvec(x == y ? 1 : 0, 1);
+  if (w >= 64 && (op == "bvsdiv" || op == "bvsrem" || op == "bvsmod")) unsupported(e);
+  if (op == "bvsdiv") {
+    if (sy == 0) return bitvec(sx < 0 ? 1 : mask(w), w);
+    return bitvec(static_cast<std::uint64_t>(sx / sy), w);
+  }
+  if (op == "bvsrem") return bitvec(sy == 0 ? x : static_cast<std::uint64_t>(sx % sy), w);
+  if (op == "bvsmod") {
+    if (sy == 0) return bitvec(x, w);
+    std::int64_t r = sx % sy;
+    if (r != 0 && (r < 0) != (sy < 0)) r += sy;
+    return bitvec(static_cast<std::uint64_t>(r), w);
+  }
+  if (op == "bvult") return boolean(x < y);
+  if (op == "bvule") return boolean(x <= y);
+  if (op == "bvugt") return boolean(x > y);
+  if (op == "bvuge") return boolean(x >= y);
+  if (op == "bvslt") return boolean(sx < sy);
+  if (op == "bvsle") return boolean(sx <= sy);
+  if (op == "bvsgt") return boolean(sx > sy);
+  if (op == "bvsge") return boolean(sx >= sy);
+  unsupported(e);
+}
+
+Val Script::apply_indexed(SExpr const& e, Env& env) const {
+  SExpr const& h = e.items[0];
+  std::string const& name = h.items[1].atom.text;
+  auto const k = static_cast<std::uint32_t>(numeral(h.items[2]));
+  if (name == "fp.to_ubv" || name == "fp.to_sbv") {
+    bool const is_signed = name == "fp.to_sbv";
+    sw::rounding_mode const rm = eval(e.items[1], env).rm;
+    IEEEFloat const x = eval(e.items[2], env).x;
+    std::optional<qorv::QNumber> const q = is_signed ? sw::to_sbv(rm, x, k) : sw::to_ubv(rm, x, k);
+    if (q) {
+      mpz_class z;
+      q->get_num(z.get_mpz_t());
+      mpz_fdiv_r_2exp(z.get_mpz_t(), z.get_mpz_t(), k);
+      return bitvec(z.get_ui(), k);
+    }
+    if (k > 16) unsupported(e);
+    ChoiceKey const key = name + " " + std::to_string(k) + " " + std::to_string(rm) + " " +
+                          (x.is_nan() ? std::string("NaN") : x.to_str());
+    auto c = env.choices->find(key);
+    if (c == env.choices->end()) throw NeedChoice{key, std::uint64_t{1} << k};
+    return bitvec(c->second, k);
+  }
+  Val const v = eval(e.items[1], env);
+  std::uint32_t const w = v.width;
+  if (name == "extract") {
+    auto const j = static_cast<std::uint32_t>(numeral(h.items[3]));
+    return bitvec(v.bv >> j, k - j + 1);
+  }
+  if (name == "zero_extend") return bitvec(v.bv, w + k);
+  if (name == "sign_extend") return bitvec(static_cast<std::uint64_t>(signed_of(v)), w + k);
+  if (name == "repeat") {
+    if (std::uint64_t{w} * k > 64) unsupported(e);
+    if (k == 1) return v;
+    std::uint64_t r = 0;
+    for (std::uint32_t i = 0; i < k; ++i)
+      r = (r << w) | v.bv;
+    return bitvec(r, w * k);
+  }
+  std::uint32_t const r = k % w;
+  if (r == 0) return v;
+  std::uint32_t const left = name == "rotate_left" ? r : w - r;
+  if (name != "rotate_left" && name != "rotate_right") unsupported(e);
+  return bitvec((v.bv << left) | (v.bv >> (w - left)), w);
 }
 
 } // namespace fpsolve::reference

@@ -13,6 +13,9 @@
 // Commands: declare-const, declare-fun without arguments, define-fun (with
 // parameters a macro: each use evaluates the body with the parameters bound
 // to the arguments' values) and assert; every other command is skipped.
+// Bit-vectors of up to 64 bits: literals, (_ bvN n), every operator of the
+// bit-vector theory and logic, and the conversions both ways, computed here
+// on 64-bit words.
 // Terms: true, false, not, and, or, xor, =>, =, distinct, ite, let, `!`
 // (attributes ignored), every floating-point operation, comparison and
 // classification, rounding-mode names, (fp s e m), (_ +oo eb sb) and the
@@ -26,7 +29,10 @@
 // operand values.  The reference does not know that function, so `holds`
 // asks whether some such function satisfies every assertion: wherever the
 // evaluation first needs an unspecified result it tries both zeros, and the
-// choice then stays fixed for the rest of the script.
+// choice then stays fixed for the rest of the script.  fp.to_ubv and
+// fp.to_sbv of NaN, infinities and out-of-range values are unspecified the
+// same way: each value of the width is tried, fixed per operation, width,
+// rounding mode and operand.
 #pragma once
 
 #include "smtlib/reader.h"
@@ -44,15 +50,18 @@ namespace fpsolve::reference {
 using qorv::IEEEFloat;
 
 struct Sort {
-  enum Kind : std::uint8_t { boolean, rounding_mode, floating_point } kind = boolean;
+  enum Kind : std::uint8_t { boolean, rounding_mode, floating_point, bitvector } kind = boolean;
   IEEEFloat::format fmt{2, 2}; // floating point only
+  std::uint32_t width = 0;     // bit-vectors only
 };
 
 struct Val {
   Sort::Kind kind = Sort::boolean;
   bool b = false;
   IEEEFloat::rounding_mode rm = IEEEFloat::rm_nearest_even;
-  IEEEFloat x; // floating point only
+  IEEEFloat x;          // floating point only
+  std::uint64_t bv = 0; // bit-vectors only, with their width
+  std::uint32_t width = 0;
 };
 
 // SMT-LIB's `=` on two values of one sort: on floats identity (every NaN
@@ -85,8 +94,8 @@ public:
   Val value_of(SExpr const& term) const;
 
 private:
-  // (is max, exponent width, significand width, first operand negative)
-  using ChoiceKey = std::tuple<bool, std::uint64_t, std::uint64_t, bool>;
+  // The operation and what its unspecified result is a function of, as text.
+  using ChoiceKey = std::string;
   struct Macro {
     std::vector<std::string> params;
     SExpr body;
@@ -94,16 +103,19 @@ private:
   struct Env {
     std::vector<Val> const* values;
     std::vector<std::pair<std::string, Val>> locals; // let and parameters, innermost last
-    std::map<ChoiceKey, bool>* choices;              // true: the first operand
+    std::map<ChoiceKey, std::uint64_t>* choices;     // min/max: 1 for the first operand
   };
 
-  bool holds_with(std::vector<Val> const& values, std::map<ChoiceKey, bool>& choices) const;
+  bool holds_with(std::vector<Val> const& values,
+                  std::map<ChoiceKey, std::uint64_t>& choices) const;
   Val eval(SExpr const& e, Env& env) const;
   Val eval_symbol(SExpr const& e, Env& env) const;
   Val apply(SExpr const& e, Env& env) const;
   Val apply_fp(std::string const& op, SExpr const& e, Env& env) const;
   Val to_fp(SExpr const& e, IEEEFloat::format f, bool is_unsigned, Env& env) const;
   Val min_max(bool is_max, IEEEFloat const& x, IEEEFloat const& y, Env& env) const;
+  Val apply_bv(std::string const& op, SExpr const& e, Env& env) const;
+  Val apply_indexed(SExpr const& e, Env& env) const;
 
   std::vector<Constant> constants_;
   std::map<std::string, int> constant_index_;
