@@ -13,6 +13,12 @@
                                            conversions over (3,4), (3,5), Float16, (4,12),
                                            Float32 or Float64 (let, define-fun, ite,
                                            rounding-mode variables)
+    gen_problems.py mixed SEED             one small random problem mixing bit-vectors
+                                           (widths 1 to 16, 32, 64) and floats ((3,5),
+                                           Float16, Float32, Float64): every bit-vector
+                                           operator, extract/extend/rotate, conversions
+                                           both ways (fp.to_ubv/fp.to_sbv out of range
+                                           included), fp over bit-vector terms
 
 Every problem ends in (check-sat) and is written to standard
 output.  The same arguments always give the same text.
@@ -245,6 +251,115 @@ class Arith:
         return "\n".join(self.lines) + "\n"
 
 
+BV_WIDTHS = list(range(1, 17)) + [32, 64]
+MIXED_FORMATS = [(3, 5), (5, 11), (8, 24), (11, 53)]
+BV_BINARY = ["bvand", "bvor", "bvxor", "bvnand", "bvnor", "bvxnor", "bvadd", "bvsub", "bvmul",
+             "bvudiv", "bvurem", "bvsdiv", "bvsrem", "bvsmod", "bvshl", "bvlshr", "bvashr"]
+BV_COMPARE = ["bvult", "bvule", "bvugt", "bvuge", "bvslt", "bvsle", "bvsgt", "bvsge", "=", "distinct"]
+
+
+class Mixed:
+    """Bit-vectors of one width and floats of one format, linked by every
+    conversion, under comparisons of both theories."""
+
+    def __init__(self, seed):
+        self.rng = r = random.Random(seed)
+        self.w = r.choice(BV_WIDTHS[:16]) if r.random() < 0.75 else r.choice(BV_WIDTHS)
+        self.f = r.choice(MIXED_FORMATS[:2]) if r.random() < 0.6 else r.choice(MIXED_FORMATS)
+        self.lines = ["(set-logic ALL)"]  # real literals in to_fp need ALL for cvc5
+        self.bvars = ["b%d" % i for i in range(r.randrange(1, 3))]
+        self.fvars = ["x%d" % i for i in range(r.randrange(1, 3))]
+        for v in self.bvars:
+            self.lines.append("(declare-fun %s () (_ BitVec %d))" % (v, self.w))
+        for v in self.fvars:
+            self.lines.append("(declare-fun %s () %s)" % (v, sort_text(self.f, r)))
+        self.rms = ["rm0"] if r.random() < 0.3 else []
+        if self.rms:
+            self.lines.append("(declare-fun rm0 () RoundingMode)")
+
+    def rm(self):
+        r = self.rng
+        return r.choice(self.rms) if self.rms and r.random() < 0.5 else r.choice(RMS[:5])
+
+    def bv_literal(self, w):
+        r = self.rng
+        v = r.choice([0, 1, (1 << w) - 1, 1 << (w - 1), r.randrange(1 << w)])
+        k = r.random()
+        if k < 0.4:
+            return "#b" + format(v, "0%db" % w)
+        if k < 0.6 and w % 4 == 0:
+            return "#x" + format(v, "0%dx" % (w // 4))
+        return "(_ bv%d %d)" % (v, w)
+
+    def resize(self, t, frm, to):
+        """t of width frm as a term of width to (low bits or zero/sign extension)."""
+        if frm == to:
+            return t
+        if frm > to:
+            lo = self.rng.randrange(frm - to + 1)
+            return "((_ extract %d %d) %s)" % (lo + to - 1, lo, t)
+        return "((_ %s %d) %s)" % (self.rng.choice(["zero_extend", "sign_extend"]), to - frm, t)
+
+    def bv(self, d):
+        r = self.rng
+        w = self.w
+        if d == 0 or r.random() < 0.25:
+            return r.choice(self.bvars) if r.random() < 0.7 else self.bv_literal(w)
+        k = r.randrange(10)
+        if k < 4:
+            return "(%s %s %s)" % (r.choice(BV_BINARY), self.bv(d - 1), self.bv(d - 1))
+        if k == 4:
+            return "(%s %s)" % (r.choice(["bvnot", "bvneg"]), self.bv(d - 1))
+        if k == 5:
+            return "(ite %s %s %s)" % (self.atom(0), self.bv(d - 1), self.bv(d - 1))
+        if k == 6:  # a window of a concatenation
+            return self.resize("(concat %s %s)" % (self.bv(d - 1), self.bv(d - 1)), 2 * w, w)
+        if k == 7:
+            return "((_ %s %d) %s)" % (r.choice(["rotate_left", "rotate_right"]), r.randrange(2 * w),
+                                       self.bv(d - 1))
+        if k == 8 and w == 1:
+            return "(bvcomp %s %s)" % (self.bv(d - 1), self.bv(d - 1))
+        return "((_ %s %d) %s %s)" % (r.choice(["fp.to_ubv", "fp.to_sbv"]), w, self.rm(), self.fp(d - 1))
+
+    def fp(self, d):
+        r = self.rng
+        eb, sb = self.f
+        if d == 0 or r.random() < 0.25:
+            return r.choice(self.fvars) if r.random() < 0.7 else special(r, self.f)
+        k = r.randrange(6)
+        if k == 0:
+            return "((_ %s %d %d) %s %s)" % (r.choice(["to_fp", "to_fp_unsigned"]), eb, sb, self.rm(),
+                                            self.bv(d - 1))
+        if k == 1:
+            return "((_ to_fp %d %d) %s)" % (eb, sb, self.resize(self.bv(d - 1), self.w, eb + sb))
+        if k == 2:
+            return "(fp %s %s %s)" % (self.resize(self.bv(d - 1), self.w, 1),
+                                      self.resize(self.bv(d - 1), self.w, eb),
+                                      self.resize(self.bv(d - 1), self.w, sb - 1))
+        if k == 3:
+            return "(fp.roundToIntegral %s %s)" % (self.rm(), self.fp(d - 1))
+        return "(%s %s %s %s)" % (r.choice(["fp.add", "fp.mul"]), self.rm(), self.fp(d - 1), self.fp(d - 1))
+
+    def atom(self, d):
+        r = self.rng
+        p = r.random()
+        if p < 0.55:
+            return "(%s %s %s)" % (r.choice(BV_COMPARE), self.bv(d), self.bv(d))
+        if p < 0.85:
+            op = r.choice(["fp.leq", "fp.lt", "fp.eq", "=", "distinct"])
+            return "(%s %s %s)" % (op, self.fp(d), self.fp(d))
+        return "(%s %s)" % (r.choice(["fp.isNaN", "fp.isInfinite", "fp.isZero", "fp.isNegative"]),
+                            self.fp(d))
+
+    def text(self):
+        r = self.rng
+        for _ in range(r.randrange(1, 4)):
+            a = self.atom(r.randrange(1, 3))
+            self.lines.append("(assert %s)" % ("(not %s)" % a if r.random() < 0.2 else a))
+        self.lines += ["(check-sat)"]
+        return "\n".join(self.lines) + "\n"
+
+
 def fmt_arg(args, i, default):
     if len(args) <= i:
         return default
@@ -313,6 +428,8 @@ def main(argv):
         sys.stdout.write(Random(n).text())
     elif kind == "arith":
         sys.stdout.write(Arith(n).text())
+    elif kind == "mixed":
+        sys.stdout.write(Mixed(n).text())
     elif kind in ("chain", "chain-unsat"):
         sys.stdout.write(chain(n, fmt_arg(argv, 3, (11, 53)), kind == "chain-unsat"))
     elif kind == "many":

@@ -202,6 +202,8 @@ FpOperator const* find_fp_operator(std::string const& name) {
 } // namespace
 
 Elaborator::Sort Elaborator::parse_sort(SExpr const& e) const {
+  // (Float32) for Float32: written by some tools and read by the common solvers.
+  if (e.is_list && e.items.size() == 1 && !e.items[0].is_list) return parse_sort(e.items[0]);
   Sort s;
   if (!e.is_list) {
     if (e.atom.kind != Tok::symbol) throw SmtError(e.pos, "expected a sort");

@@ -25,7 +25,8 @@ struct BvOperator {
     term,    // a Def of `def`
     negated, // bvnot of a Def of `def`
     compare, // an atom `atom` (leq or lt) in the unsigned or signed order
-    comp     // bvcomp: #b1 when equal, else #b0
+    comp,    // bvcomp: #b1 when equal, else #b0
+    reduce   // bvredor and bvredand (the solvers' common extension): one bit
   };
   char const* name;
   Kind kind;
@@ -71,6 +72,8 @@ constexpr BvOperator bv_operators[] = {
     negated("bvnor", FpOp::bv_or),
     negated("bvxnor", FpOp::bv_xor),
     {"bvcomp", BvOperator::comp, 2, false, FpOp::add, Op::t, false, false},
+    {"bvredor", BvOperator::reduce, 1, false, FpOp::add, Op::t, false, false},
+    {"bvredand", BvOperator::reduce, 1, false, FpOp::add, Op::t, false, false},
     cmp("bvule", Op::leq, false, false),
     cmp("bvult", Op::lt, false, false),
     cmp("bvuge", Op::leq, true, false),
@@ -229,8 +232,14 @@ Value Elaborator::bv_operation(SExpr const& e, BvOperator const& o) {
   }
   case BvOperator::negated:
     return {false, bv_def(FpOp::bv_not, {bv_def(o.def, args, n)}, n)};
+  case BvOperator::reduce: // bvredor is bvnot of x = 0, bvredand x = 1...1
   case BvOperator::comp: {
-    int const one = p_.add_bv_constant(1, 1), zero = p_.add_bv_constant(0, 1);
+    int one = p_.add_bv_constant(1, 1), zero = p_.add_bv_constant(0, 1);
+    if (o.kind == BvOperator::reduce) {
+      bool const all = std::string(o.name) == "bvredand";
+      args.push_back(p_.add_bv_constant(all ? (mpz_class(1) << n) - 1 : mpz_class(0), n));
+      if (!all) std::swap(one, zero);
+    }
     Operand const &a = p_.operands[args[0]], &b = p_.operands[args[1]];
     if (a.var < 0 && b.var < 0)
       return {false, a.constant.to_str() == b.constant.to_str() ? one : zero};
