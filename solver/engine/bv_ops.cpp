@@ -1,6 +1,8 @@
 // Exact bit-vector operations and conversions (see bv_ops.h).
 #include "engine/bv_ops.h"
 
+#include "engine/bv_int.h"
+
 #include "host/fp_convert.h"
 #include "host/packed_rank.h"
 
@@ -34,67 +36,43 @@ IEEEFloat bv_make(mpz_class const& z, std::uint32_t n) {
 namespace {
 
 mpz_class pow2(std::uint64_t n) {
-  mpz_class r;
-  mpz_ui_pow_ui(r.get_mpz_t(), 2, n);
-  return r;
+  return pow2z<mpz_class>(n);
 }
 
-mpz_class wrap(mpz_class const& z, std::uint32_t n) {
-  mpz_class r;
-  mpz_fdiv_r_2exp(r.get_mpz_t(), z.get_mpz_t(), n);
-  return r;
+template <class Z>
+Z udiv(Z const& s, Z const& t, std::uint32_t n) {
+  return t == 0 ? Z(pow2z<Z>(n) - 1) : Z(s / t);
 }
 
-bool msb(mpz_class const& z, std::uint32_t n) {
-  return mpz_tstbit(z.get_mpz_t(), n - 1) != 0;
-}
-
-mpz_class udiv(mpz_class const& s, mpz_class const& t, std::uint32_t n) {
-  if (t == 0) return pow2(n) - 1;
-  mpz_class q;
-  mpz_fdiv_q(q.get_mpz_t(), s.get_mpz_t(), t.get_mpz_t());
-  return q;
-}
-
-mpz_class urem(mpz_class const& s, mpz_class const& t) {
-  if (t == 0) return s;
-  mpz_class r;
-  mpz_fdiv_r(r.get_mpz_t(), s.get_mpz_t(), t.get_mpz_t());
-  return r;
-}
-
-// The shift amount as a count, capped at n (every larger shift acts alike).
-std::uint32_t shift_of(mpz_class const& t, std::uint32_t n) {
-  return t >= n ? n : static_cast<std::uint32_t>(t.get_ui());
+template <class Z>
+Z urem(Z const& s, Z const& t) {
+  return t == 0 ? s : Z(s % t);
 }
 
 } // namespace
 
-mpz_class bv_arith(FpOp op, std::vector<mpz_class> const& a, std::uint32_t n) {
-  mpz_class const& s = a[0];
-  mpz_class const ones = pow2(n) - 1;
-  auto neg = [&](mpz_class const& x) { return wrap(-x, n); };
-  mpz_class r;
+template <class Z>
+Z bv_arith(FpOp op, Z const* a, std::uint32_t n) {
+  Z const& s = a[0];
+  Z const ones = pow2z<Z>(n) - 1;
+  auto neg = [&](Z const& x) { return wrap(Z(-x), n); };
   switch (op) {
   case FpOp::bv_not:
-    return ones - s;
+    return Z(ones - s);
   case FpOp::bv_and:
-    mpz_and(r.get_mpz_t(), s.get_mpz_t(), a[1].get_mpz_t());
-    return r;
+    return Z(s & a[1]);
   case FpOp::bv_or:
-    mpz_ior(r.get_mpz_t(), s.get_mpz_t(), a[1].get_mpz_t());
-    return r;
+    return Z(s | a[1]);
   case FpOp::bv_xor:
-    mpz_xor(r.get_mpz_t(), s.get_mpz_t(), a[1].get_mpz_t());
-    return r;
+    return Z(s ^ a[1]);
   case FpOp::bv_neg:
     return neg(s);
   case FpOp::bv_add:
-    return wrap(s + a[1], n);
+    return wrap(Z(s + a[1]), n);
   case FpOp::bv_sub:
-    return wrap(s - a[1], n);
+    return wrap(Z(s - a[1]), n);
   case FpOp::bv_mul:
-    return wrap(s * a[1], n);
+    return wrap(Z(s * a[1]), n);
   case FpOp::bv_udiv:
     return udiv(s, a[1], n);
   case FpOp::bv_urem:
@@ -102,34 +80,34 @@ mpz_class bv_arith(FpOp op, std::vector<mpz_class> const& a, std::uint32_t n) {
   case FpOp::bv_sdiv:
   case FpOp::bv_srem:
   case FpOp::bv_smod: {
-    mpz_class const& t = a[1];
+    Z const& t = a[1];
     bool const ms = msb(s, n), mt = msb(t, n);
-    mpz_class const as = ms ? neg(s) : s, at = mt ? neg(t) : t;
+    Z const as = ms ? neg(s) : s, at = mt ? neg(t) : t;
     if (op == FpOp::bv_sdiv) {
-      mpz_class const q = udiv(as, at, n);
+      Z const q = udiv(as, at, n);
       return ms != mt ? neg(q) : q;
     }
-    mpz_class const u = urem(as, at);
+    Z const u = urem(as, at);
     if (op == FpOp::bv_srem) return ms ? neg(u) : u;
     if (u == 0 || ms == mt) return ms ? neg(u) : u;
-    return wrap(ms ? mpz_class(t - u) : mpz_class(u + t), n);
+    return wrap(ms ? Z(t - u) : Z(u + t), n);
   }
-  case FpOp::bv_shl: {
-    std::uint32_t const k = shift_of(a[1], n);
-    mpz_mul_2exp(r.get_mpz_t(), s.get_mpz_t(), k);
-    return wrap(r, n);
-  }
+  case FpOp::bv_shl:
+    return wrap(Z(s << shift_count(a[1], n)), n);
   case FpOp::bv_lshr:
   case FpOp::bv_ashr: {
-    std::uint32_t const k = shift_of(a[1], n);
-    mpz_fdiv_q_2exp(r.get_mpz_t(), s.get_mpz_t(), k);
-    if (op == FpOp::bv_ashr && msb(s, n)) r += ones - (pow2(n - k) - 1); // the copied sign bits
+    std::uint64_t const k = shift_count(a[1], n);
+    Z r = s >> k;
+    if (op == FpOp::bv_ashr && msb(s, n)) r += ones - (pow2z<Z>(n - k) - 1); // the sign bits
     return r;
   }
   default:
     throw std::logic_error("bv_arith: not a bit-vector operation of one width");
   }
 }
+
+template mpz_class bv_arith<mpz_class>(FpOp, mpz_class const*, std::uint32_t);
+template qorv::Rank128 bv_arith<qorv::Rank128>(FpOp, qorv::Rank128 const*, std::uint32_t);
 
 std::optional<IEEEFloat> bv_apply(FpOp op, IEEEFloat::rounding_mode rm,
                                   std::vector<IEEEFloat> const& a, IEEEFloat::format to) {
@@ -171,7 +149,7 @@ std::optional<IEEEFloat> bv_apply(FpOp op, IEEEFloat::rounding_mode rm,
     std::vector<mpz_class> v;
     for (IEEEFloat const& x : a)
       v.push_back(bv_value(x));
-    return bv_make(bv_arith(op, v, n), n);
+    return bv_make(bv_arith(op, v.data(), n), n);
   }
   }
 }

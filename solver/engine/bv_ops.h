@@ -37,7 +37,9 @@ std::optional<IEEEFloat> bv_apply(FpOp op, IEEEFloat::rounding_mode rm,
                                   std::vector<IEEEFloat> const& args, IEEEFloat::format to);
 
 // The same on unsigned values of width n (every operation from bv_not to
-// bv_ashr; the result has width n).
-mpz_class bv_arith(FpOp op, std::vector<mpz_class> const& a, std::uint32_t n);
+// bv_ashr; the result has width n), as mpz_class for any width or as a
+// 128-bit integer for n <= kSmallBvWidth (bv_int.h).
+template <class Z>
+Z bv_arith(FpOp op, Z const* a, std::uint32_t n);
 
 } // namespace fpsolve

@@ -1,6 +1,7 @@
 // Forward projections of the bit-vector operations (see bv_projection.h).
 #include "engine/bv_projection.h"
 
+#include "engine/bv_int.h"
 #include "engine/bv_ops.h"
 
 #include "host/fp_convert.h"
@@ -15,9 +16,7 @@ namespace {
 namespace sw = qorv::swflt;
 
 mpz_class pow2(std::uint64_t n) {
-  mpz_class r;
-  mpz_ui_pow_ui(r.get_mpz_t(), 2, n);
-  return r;
+  return pow2z<mpz_class>(n);
 }
 
 mpz_class rank_z(IEEEFloat const& v) {
@@ -28,12 +27,6 @@ mpz_class rank_z(IEEEFloat const& v) {
 
 IEEEFloat value_z(mpz_class const& r, IEEEFloat::format f) {
   return qorv::from_packed_rank(r.get_mpz_t(), f);
-}
-
-// 2^k - 1 for the least k with max < 2^k: every value of at most max's bits.
-mpz_class ones_up_to(mpz_class const& max) {
-  if (max == 0) return 0;
-  return pow2(mpz_sizeinbase(max.get_mpz_t(), 2)) - 1;
 }
 
 struct Hull {
@@ -69,72 +62,6 @@ struct Halves {
     hi1 = x.hi;
   }
 };
-
-BvSet project_arith(FpOp op, std::vector<BvSet> const& a, std::uint32_t n) {
-  mpz_class const m = pow2(n), top = m - 1;
-  BvSet const full{false, 0, top};
-  BvSet const& x = a[0];
-  auto range = [](mpz_class const& l, mpz_class const& h) { return BvSet{false, l, h}; };
-  auto wrapping = [&](mpz_class const& l, mpz_class const& h) {
-    if (h < m && l >= 0) return range(l, h);
-    if (l >= m) return range(l - m, h - m);
-    if (h < 0) return range(l + m, h + m);
-    return full;
-  };
-  switch (op) {
-  case FpOp::bv_not:
-    return range(top - x.hi, top - x.lo);
-  case FpOp::bv_neg:
-    return x.hi == 0 ? range(0, 0) : x.lo > 0 ? range(m - x.hi, m - x.lo) : full;
-  case FpOp::bv_and:
-    return range(0, x.hi < a[1].hi ? x.hi : a[1].hi);
-  case FpOp::bv_or:
-    return range(x.lo > a[1].lo ? x.lo : a[1].lo, ones_up_to(x.hi > a[1].hi ? x.hi : a[1].hi));
-  case FpOp::bv_xor:
-    return range(0, ones_up_to(x.hi > a[1].hi ? x.hi : a[1].hi));
-  case FpOp::bv_add:
-    return wrapping(x.lo + a[1].lo, x.hi + a[1].hi);
-  case FpOp::bv_sub:
-    return wrapping(x.lo - a[1].hi, x.hi - a[1].lo);
-  case FpOp::bv_mul: {
-    mpz_class const hi = x.hi * a[1].hi;
-    return hi < m ? range(x.lo * a[1].lo, hi) : full;
-  }
-  case FpOp::bv_udiv: {
-    BvSet const& y = a[1];
-    Hull h;
-    if (y.hi > 0) {
-      mpz_class const least = y.lo > 0 ? y.lo : mpz_class(1);
-      h.add(x.lo / y.hi, x.hi / least);
-    }
-    if (y.lo == 0) h.add(top, top); // division by zero
-    return h.out;
-  }
-  case FpOp::bv_urem: {
-    BvSet const& y = a[1];
-    if (y.lo == 0) return range(0, x.hi); // x % 0 is x
-    if (x.hi < y.lo) return x;            // no operand reaches the divisor
-    return range(0, x.hi < y.hi ? x.hi : mpz_class(y.hi - 1));
-  }
-  case FpOp::bv_shl: {
-    BvSet const& y = a[1];
-    if (y.lo >= n) return range(0, 0);
-    if (y.hi >= n) return full;
-    auto const k = static_cast<mp_bitcnt_t>(y.hi.get_ui());
-    mpz_class const hi = x.hi << k;
-    return hi < m ? range(x.lo << static_cast<mp_bitcnt_t>(y.lo.get_ui()), hi) : full;
-  }
-  case FpOp::bv_lshr: {
-    BvSet const& y = a[1];
-    auto shift = [&](mpz_class const& k) {
-      return static_cast<mp_bitcnt_t>(k >= n ? n : static_cast<std::uint32_t>(k.get_ui()));
-    };
-    return range(x.lo >> shift(y.hi), x.hi >> shift(y.lo));
-  }
-  default: // ashr and the signed operations
-    return full;
-  }
-}
 
 // fp.to_ubv / fp.to_sbv: monotone where specified; anything of the width
 // where some value of the box (NaN included) is out of range.
@@ -186,6 +113,98 @@ BvSet project_bits(BvSet const& x, IEEEFloat::format f) {
 
 } // namespace
 
+template <class Z>
+BvRange<Z> project_bv_ints(FpOp op, BvRange<Z> const* a, std::uint32_t const* widths,
+                           std::size_t count, std::uint32_t n) {
+  using Rg = BvRange<Z>;
+  Z const m = pow2z<Z>(n), top = m - 1;
+  Rg const full{Z(0), top};
+  bool single = true;
+  for (std::size_t i = 0; i < count; ++i) {
+    if (a[i].hi < a[i].lo) return Rg{Z(1), Z(0)}; // an operand without values
+    single = single && a[i].lo == a[i].hi;
+  }
+  Rg const& x = a[0];
+  if (single && op <= FpOp::bv_ashr) {
+    Z const v[2] = {a[0].lo, count > 1 ? a[1].lo : Z(0)};
+    Z const r = bv_arith(op, v, n);
+    return Rg{r, r};
+  }
+  auto wrapping = [&](Z const& l, Z const& h) {
+    if (h < m && l >= 0) return Rg{l, h};
+    if (l >= m) return Rg{Z(l - m), Z(h - m)};
+    if (h < 0) return Rg{Z(l + m), Z(h + m)};
+    return full;
+  };
+  // 2^k - 1 for the least k with max < 2^k: every value of at most max's bits.
+  auto ones_up_to = [](Z const& max) { return Z(pow2z<Z>(bitlen(max)) - 1); };
+  auto larger = [](Z const& p, Z const& q) { return p < q ? q : p; };
+  auto smaller = [](Z const& p, Z const& q) { return q < p ? q : p; };
+  switch (op) {
+  case FpOp::bv_not:
+    return Rg{Z(top - x.hi), Z(top - x.lo)};
+  case FpOp::bv_neg:
+    return x.hi == 0 ? Rg{Z(0), Z(0)} : x.lo > 0 ? Rg{Z(m - x.hi), Z(m - x.lo)} : full;
+  case FpOp::bv_and:
+    return Rg{Z(0), smaller(x.hi, a[1].hi)};
+  case FpOp::bv_or:
+    return Rg{larger(x.lo, a[1].lo), ones_up_to(larger(x.hi, a[1].hi))};
+  case FpOp::bv_xor:
+    return Rg{Z(0), ones_up_to(larger(x.hi, a[1].hi))};
+  case FpOp::bv_add:
+    return wrapping(Z(x.lo + a[1].lo), Z(x.hi + a[1].hi));
+  case FpOp::bv_sub:
+    return wrapping(Z(x.lo - a[1].hi), Z(x.hi - a[1].lo));
+  case FpOp::bv_mul: {
+    Z const hi = x.hi * a[1].hi;
+    return hi < m ? Rg{Z(x.lo * a[1].lo), hi} : full;
+  }
+  case FpOp::bv_udiv: {
+    Rg const& y = a[1];
+    Rg r{Z(1), Z(0)};
+    if (y.hi > 0) r = Rg{Z(x.lo / y.hi), Z(x.hi / larger(y.lo, Z(1)))};
+    if (y.lo == 0) r = r.hi < r.lo ? Rg{top, top} : Rg{r.lo, top}; // division by zero
+    return r;
+  }
+  case FpOp::bv_urem: {
+    Rg const& y = a[1];
+    if (y.lo == 0) return Rg{Z(0), x.hi}; // x % 0 is x
+    if (x.hi < y.lo) return x;            // no operand reaches the divisor
+    return Rg{Z(0), smaller(x.hi, Z(y.hi - 1))};
+  }
+  case FpOp::bv_shl: {
+    Rg const& y = a[1];
+    if (y.lo >= Z(n)) return Rg{Z(0), Z(0)};
+    if (y.hi >= Z(n)) return full;
+    Z const hi = x.hi << shift_count(y.hi, n);
+    return hi < m ? Rg{Z(x.lo << shift_count(y.lo, n)), hi} : full;
+  }
+  case FpOp::bv_lshr:
+    return Rg{Z(x.lo >> shift_count(a[1].hi, n)), Z(x.hi >> shift_count(a[1].lo, n))};
+  case FpOp::bv_concat: {
+    std::uint32_t const k = widths[1];
+    return Rg{Z(Z(x.lo << k) + a[1].lo), Z(Z(x.hi << k) + a[1].hi)};
+  }
+  case FpOp::bv_trunc:
+    if (Z(x.lo >> n) != Z(x.hi >> n)) return full;
+    return Rg{Z(x.lo & top), Z(x.hi & top)};
+  case FpOp::bv_sext: { // each sign half moves as a block
+    std::uint32_t const w = widths[0];
+    Z const half = pow2z<Z>(w - 1), up = m - pow2z<Z>(w);
+    Z const lo = x.lo < half ? x.lo : Z(x.lo + up);
+    Z const hi = x.hi < half ? x.hi : Z(x.hi + up);
+    return Rg{lo, hi};
+  }
+  default: // ashr and the signed operations
+    return full;
+  }
+}
+
+template BvRange<mpz_class> project_bv_ints(FpOp, BvRange<mpz_class> const*, std::uint32_t const*,
+                                            std::size_t, std::uint32_t);
+template BvRange<qorv::Rank128> project_bv_ints(FpOp, BvRange<qorv::Rank128> const*,
+                                                std::uint32_t const*, std::size_t, std::uint32_t);
+
 BvSet project_bv(FpOp op, std::vector<BvSet> const& a, std::vector<IEEEFloat::format> const& fmts,
                  unsigned modes, IEEEFloat::format rfmt) {
   std::uint32_t const n = bv_width(rfmt);
@@ -194,7 +213,7 @@ BvSet project_bv(FpOp op, std::vector<BvSet> const& a, std::vector<IEEEFloat::fo
   bool single = true;
   for (BvSet const& b : a)
     single = single && b.single();
-  if (single && op != FpOp::ubv_of_fp && op != FpOp::sbv_of_fp) {
+  if (single && op >= FpOp::fp_of_bits && op != FpOp::ubv_of_fp && op != FpOp::sbv_of_fp) {
     std::vector<IEEEFloat> args;
     for (std::size_t i = 0; i < a.size(); ++i)
       args.push_back(a[i].has_num() ? value_z(a[i].lo, fmts[i]) : IEEEFloat::nan(fmts[i]));
@@ -211,24 +230,6 @@ BvSet project_bv(FpOp op, std::vector<BvSet> const& a, std::vector<IEEEFloat::fo
     return h.out;
   }
   switch (op) {
-  case FpOp::bv_concat: {
-    auto const k = static_cast<mp_bitcnt_t>(bv_width(fmts[1]));
-    return BvSet{false, (a[0].lo << k) + a[1].lo, (a[0].hi << k) + a[1].hi};
-  }
-  case FpOp::bv_trunc: {
-    auto const k = static_cast<mp_bitcnt_t>(n);
-    if ((a[0].lo >> k) != (a[0].hi >> k)) return BvSet{false, 0, pow2(n) - 1};
-    mpz_class const low = pow2(n) - 1;
-    return BvSet{false, a[0].lo & low, a[0].hi & low};
-  }
-  case FpOp::bv_sext: {
-    Halves const hv(a[0], bv_width(fmts[0]));
-    mpz_class const up = pow2(n) - pow2(bv_width(fmts[0]));
-    Hull h;
-    h.add(hv.lo0, hv.hi0);
-    h.add(hv.lo1 + up, hv.hi1 + up);
-    return h.out;
-  }
   case FpOp::fp_of_bits:
     return project_bits(a[0], rfmt);
   case FpOp::fp_of_ubv:
@@ -259,8 +260,16 @@ BvSet project_bv(FpOp op, std::vector<BvSet> const& a, std::vector<IEEEFloat::fo
   case FpOp::ubv_of_fp:
   case FpOp::sbv_of_fp:
     return project_to_bv(op, a[0], fmts[0], modes, n);
-  default:
-    return project_arith(op, a, n);
+  default: {
+    std::vector<BvRange<mpz_class>> r;
+    std::vector<std::uint32_t> widths;
+    for (std::size_t i = 0; i < a.size(); ++i) {
+      r.push_back({a[i].lo, a[i].hi});
+      widths.push_back(bv_width(fmts[i]));
+    }
+    BvRange<mpz_class> const out = project_bv_ints(op, r.data(), widths.data(), r.size(), n);
+    return BvSet{false, out.lo, out.hi};
+  }
   }
 }
 

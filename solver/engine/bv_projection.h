@@ -28,6 +28,20 @@ struct BvSet {
   bool single() const { return nan ? !has_num() : lo == hi; }
 };
 
+// Unsigned ranges of bit-vector values (empty when lo > hi).
+template <class Z>
+struct BvRange {
+  Z lo, hi;
+};
+
+// The projection of the operations between bit-vectors (bv_not to bv_sext)
+// on unsigned ranges: `widths` are the operands' widths, n the result's.  Z
+// is mpz_class, or the 128-bit integer when every width is at most
+// kSmallBvWidth (bv_int.h), the search's fast path.
+template <class Z>
+BvRange<Z> project_bv_ints(FpOp op, BvRange<Z> const* a, std::uint32_t const* widths,
+                           std::size_t count, std::uint32_t n);
+
 // `fmts` are the operands' formats; `modes` has bit m set for every rounding
 // mode m still possible (1 for operations without one).
 BvSet project_bv(FpOp op, std::vector<BvSet> const& a, std::vector<IEEEFloat::format> const& fmts,
