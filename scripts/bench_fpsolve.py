@@ -8,11 +8,19 @@ Every .smt2 file under each DIR (read in place, never copied) goes to
 fpsolve, z3 and cvc5, one solver and one problem at a time, each with the
 same wall-clock limit (default 60 s).  Without DIR: the generated families
 (written by gen_problems.py into bench-results/generated/, the same text on
-every run) and, when present, ../shared/benchmarks/qf_fp beside the
-repository.  A family is a file's folder.
+every run) and, when present, ../shared/benchmarks/qf_fp and
+../shared/benchmarks/fp_regress beside the repository.  A family is a file's
+folder; in a folder with a SOURCES.tsv (fp_regress: one row per file with
+its logic and stated answers), a family is a logic.
 
-The expected answer is the file's (set-info :status ...) when it says sat or
-unsat, else the majority of the solvers' answers; an answer against it is
+A file may hold several check-sat commands: a solver's answer is the
+sequence of its answers, definite when every one is sat or unsat.  An
+(error ...) line makes fpsolve's answer "error" (an input it does not read
+counts against it, whatever follows); the peers' errors count only when
+they give no answer at all (z3 refuses cvc5's options and goes on).
+
+The expected answer is the stated one of SOURCES.tsv, else the file's
+(set-info :status ...) when it says sat or unsat, else the majority of the solvers' answers; an answer against it is
 wrong (a tie is reported as disputed, wrong for nobody).  Per family and in
 total: problems, solved and wrong per solver, PAR-2 (seconds; a problem not
 solved, or answered wrongly, costs twice the limit) and the median speed-up
@@ -38,6 +46,7 @@ import time
 HERE = os.path.dirname(os.path.abspath(__file__))
 ROOT = os.path.dirname(HERE)
 SHARED = os.path.join(ROOT, "..", "shared", "benchmarks", "qf_fp")
+REGRESS = os.path.join(ROOT, "..", "shared", "benchmarks", "fp_regress")
 SOLVERS = ["fpsolve", "z3", "cvc5"]
 GENERATED = [("chain", ["chain 50", "chain 100"]), ("chain-unsat", ["chain-unsat 50", "chain-unsat 100"]),
              ("many", ["many 50", "many 200"]), ("wide", ["wide 50", "wide 100"]),
@@ -68,17 +77,34 @@ def command(solver, fpsolve, path):
     return ["cvc5", "--fp-exp", "--lang=smt2", path]
 
 
-def run(cmd, limit):
+def run(cmd, limit, strict):
     start = time.perf_counter()
     try:
         p = subprocess.run(cmd, capture_output=True, text=True, timeout=limit)
     except subprocess.TimeoutExpired:
         return "timeout", limit
     seconds = time.perf_counter() - start
-    first = p.stdout.strip().split("\n")[0] if p.stdout.strip() else ""
-    if first in ("sat", "unsat", "unknown"):
-        return first, seconds
-    return "error", seconds
+    lines = [l.strip() for l in p.stdout.split("\n")]
+    answers = [l for l in lines if l in ("sat", "unsat", "unknown")]
+    if not answers or (strict and any(l.startswith("(error") for l in lines)):
+        return "error", seconds
+    return " ".join(answers), seconds
+
+
+def definite(answer):
+    """Every answer of the sequence is sat or unsat."""
+    return bool(answer) and all(a in ("sat", "unsat") for a in answer.split())
+
+
+def sources_of(d):
+    """file name -> (logic, stated answers) from a folder's SOURCES.tsv, if any."""
+    path = os.path.join(d, "SOURCES.tsv")
+    if not os.path.isfile(path):
+        return {}
+    with open(path) as f:
+        head = f.readline().rstrip("\n").split("\t")
+        rows = [dict(zip(head, l.rstrip("\n").split("\t"))) for l in f if l.strip()]
+    return {r["file"]: (r["logic"], r["stated"]) for r in rows}
 
 
 def files_of(d):
@@ -88,33 +114,33 @@ def files_of(d):
     return sorted(out)
 
 
-def expected_answer(path, answers):
+def expected_answer(path, answers, stated=None):
+    if stated and definite(stated):
+        return stated, "stated"
     with open(path, errors="replace") as f:
         m = STATUS.search(f.read())
     if m:
         return m.group(1), "status"
-    definite = [a for a in answers.values() if a in ("sat", "unsat")]
-    if not definite:
+    known = [a for a in answers.values() if definite(a)]
+    if not known:
         return None, "none"
-    sat, unsat = definite.count("sat"), definite.count("unsat")
-    if sat == unsat:
+    best = max(set(known), key=known.count)
+    if 2 * known.count(best) <= len(known):
         return None, "disputed"
-    return ("sat" if sat > unsat else "unsat"), "majority"
+    return best, "majority"
 
 
 def summarize(rows, limit):
     out = {"problems": len(rows)}
     for s in SOLVERS:
-        solved = [r for r in rows if r["answers"][s] in ("sat", "unsat") and r["answers"][s] != "wrong"
-                  and r["expected"] in (None, r["answers"][s])]
-        wrong = [r for r in rows if r["answers"][s] in ("sat", "unsat") and r["expected"]
+        solved = [r for r in rows if definite(r["answers"][s]) and r["expected"] in (None, r["answers"][s])]
+        wrong = [r for r in rows if definite(r["answers"][s]) and r["expected"]
                  and r["answers"][s] != r["expected"]]
         par2 = sum(r["seconds"][s] if r in solved else 2 * limit for r in rows)
         out[s] = {"solved": len(solved), "wrong": len(wrong), "par2": par2}
     ratios = []
     for r in rows:
-        ok = all(r["answers"][s] in ("sat", "unsat") and r["expected"] in (None, r["answers"][s])
-                 for s in SOLVERS)
+        ok = all(definite(r["answers"][s]) and r["expected"] in (None, r["answers"][s]) for s in SOLVERS)
         if ok:
             ratios.append(min(r["seconds"]["z3"], r["seconds"]["cvc5"]) / max(r["seconds"]["fpsolve"], 1e-3))
     out["all_solve"] = len(ratios)
@@ -156,7 +182,7 @@ def cactus(rows, limit, path):
         parts.append('<text x="%d" y="%d" text-anchor="middle">%d</text>' % (x, h - pad + 16, n * i / 4))
     for k, s in enumerate(SOLVERS):
         times = sorted(r["seconds"][s] for r in rows
-                       if r["answers"][s] in ("sat", "unsat") and r["expected"] in (None, r["answers"][s]))
+                       if definite(r["answers"][s]) and r["expected"] in (None, r["answers"][s]))
         pts = ["%.1f,%.1f" % (pad + (i + 1) * (w - 2 * pad) / n, h - pad - t / limit * (h - 2 * pad))
                for i, t in enumerate(times)]
         if pts:
@@ -195,29 +221,38 @@ def main():
         if os.path.isdir(SHARED):
             dirs += [os.path.join(SHARED, d) for d in sorted(os.listdir(SHARED))
                      if os.path.isdir(os.path.join(SHARED, d))]
+        if os.path.isdir(REGRESS):
+            dirs.append(REGRESS)
     rows, families = [], []
     for d in dirs:
         fam = []
+        sources = sources_of(d)
         for path in files_of(d):
+            logic, stated = sources.get(os.path.basename(path), (None, None))
             answers, seconds = {}, {}
             before = earlier.get(os.path.normpath(os.path.relpath(path, ROOT)))
             for s in SOLVERS:  # one at a time: the machine is shared
                 if before and s in reused:
                     answers[s], seconds[s] = before["answers"][s], before["seconds"][s]
                 else:
-                    answers[s], seconds[s] = run(command(s, args.fpsolve, path), args.timeout)
-            expected, source = expected_answer(path, answers)
-            row = {"family": os.path.basename(os.path.normpath(d)), "file": os.path.relpath(path, ROOT),
+                    answers[s], seconds[s] = run(command(s, args.fpsolve, path), args.timeout,
+                                                 s == "fpsolve")
+            expected, source = expected_answer(path, answers, stated)
+            family = os.path.basename(os.path.normpath(d))
+            if logic:
+                family += " " + ("(no logic)" if logic == "none" else logic)
+            row = {"family": family, "file": os.path.relpath(path, ROOT),
                    "answers": answers, "seconds": seconds, "expected": expected, "source": source}
             fam.append(row)
             print("%-70s %s" % (row["file"][-70:], " ".join("%s:%s/%.2f" % (s, answers[s], seconds[s])
                                                             for s in SOLVERS)), file=sys.stderr, flush=True)
         rows += fam
-        families.append((os.path.basename(os.path.normpath(d)), summarize(fam, args.timeout)))
+        for name in sorted(set(r["family"] for r in fam)):
+            families.append((name, summarize([r for r in fam if r["family"] == name], args.timeout)))
     families.append(("**all**", summarize(rows, args.timeout)))
     text = table(families, args.timeout)
     wrong = [r for r in rows for s in SOLVERS
-             if r["answers"][s] in ("sat", "unsat") and r["expected"] and r["answers"][s] != r["expected"]]
+             if definite(r["answers"][s]) and r["expected"] and r["answers"][s] != r["expected"]]
     disputed = [r["file"] for r in rows if r["source"] == "disputed"]
     notes = ["", "Limit %g s per solver and problem; one solver at a time." % args.timeout]
     if reused:
@@ -235,7 +270,7 @@ def main():
         json.dump({"timeout": args.timeout, "rows": rows}, f, indent=1)
     cactus(rows, args.timeout, os.path.join(args.out, "fpsolve-cactus.svg"))
     print(text + "\n" + "\n".join(notes))
-    return 1 if any(r["answers"]["fpsolve"] in ("sat", "unsat") and r["expected"]
+    return 1 if any(definite(r["answers"]["fpsolve"]) and r["expected"]
                     and r["answers"]["fpsolve"] != r["expected"] for r in rows) else 0
 
 
