@@ -195,7 +195,24 @@ BvRange<Z> project_bv_ints(FpOp op, BvRange<Z> const* a, std::uint32_t const* wi
     Z const hi = x.hi < half ? x.hi : Z(x.hi + up);
     return Rg{lo, hi};
   }
-  default: // ashr and the signed operations
+  case FpOp::bv_ashr: { // each sign half is monotone in x and in the shift
+    Rg const& y = a[1];
+    Z const half = pow2z<Z>(n - 1);
+    auto shifted = [&](Z const& v, Z const& k) {
+      std::uint64_t const s = shift_count(k, n);
+      Z r = v >> s;
+      if (v >= half) r += top - (pow2z<Z>(n - s) - 1); // the copied sign bits
+      return r;
+    };
+    Rg r{Z(1), Z(0)};
+    if (x.lo < half) r = Rg{shifted(x.lo, y.hi), shifted(smaller(x.hi, Z(half - 1)), y.lo)};
+    if (x.hi >= half) {
+      Z const l = shifted(larger(x.lo, half), y.lo), h = shifted(x.hi, y.hi);
+      r = r.hi < r.lo ? Rg{l, h} : Rg{r.lo, larger(r.hi, h)};
+    }
+    return r;
+  }
+  default: // the signed division family
     return full;
   }
 }

@@ -5,8 +5,8 @@
 // Only the core operations become Defs (problem.h); the rest are written
 // with them as SMT-LIB defines them: bvnand, bvnor and bvxnor are bvnot of
 // bvand, bvor and bvxor; bvcomp an ite; the signed comparisons the unsigned
-// ones with the sign bits flipped (x xor 2^(n-1) orders two's complement
-// values as unsigned ones); extract a right shift and a truncation;
+// ones with the sign bits flipped (x + 2^(n-1), which is x xor 2^(n-1),
+// orders two's complement values as unsigned ones); extract a right shift and a truncation;
 // zero_extend, repeat and the rotations concatenations.  Every operand is
 // checked to have the sort the operator wants; an error names the argument
 // and is positioned at it.
@@ -255,8 +255,8 @@ Value Elaborator::bv_operation(SExpr const& e, BvOperator const& o) {
   int a = args[0], b = args[1];
   if (o.is_signed) {
     int const flip = p_.add_bv_constant(mpz_class(1) << (n - 1), n);
-    a = bv_def(FpOp::bv_xor, {a, flip}, n);
-    b = bv_def(FpOp::bv_xor, {b, flip}, n);
+    a = bv_def(FpOp::bv_add, {a, flip}, n); // x + 2^(n-1) is x xor 2^(n-1), and
+    b = bv_def(FpOp::bv_add, {b, flip}, n); // its projection keeps each half exact
   }
   return {true, o.swapped ? p_.add_node(o.atom, b, a) : p_.add_node(o.atom, a, b)};
 }
