@@ -212,7 +212,9 @@ BvRange<Z> project_bv_ints(FpOp op, BvRange<Z> const* a, std::uint32_t const* wi
     }
     return r;
   }
-  default: // the signed division family
+  default: // the signed division family: only 0 / y, 0 rem y and 0 mod y are known
+    if (x.hi == 0 && op != FpOp::bv_sdiv) return Rg{Z(0), Z(0)};
+    if (x.hi == 0) return a[1].lo > 0 ? Rg{Z(0), Z(0)} : full; // 0 / 0 is all ones
     return full;
   }
 }

@@ -91,7 +91,12 @@ Set<R> project_bv_family(FpOp op, std::vector<Bounds<R>> const& a, unsigned mode
 template <class R>
 Set<R> project(FpOp op, std::vector<Bounds<R>> const& a, unsigned modes, FormatRanks<R> const& rf,
                IEEEFloat::format rfmt, bool same = false) {
-  if (bv_family(op)) return project_bv_family(op, a, modes, rfmt);
+  if (bv_family(op)) {
+    // One term on both sides: x xor x and x - x are 0, x and x and x or x are x.
+    if (same && (op == FpOp::bv_xor || op == FpOp::bv_sub)) return Set<R>{false, R(0), R(0)};
+    if (same && (op == FpOp::bv_and || op == FpOp::bv_or)) return a[0].s;
+    return project_bv_family(op, a, modes, rfmt);
+  }
   Set<R> out{false, R(1), R(0)};
   auto hull = [&](R const& l, R const& h) {
     bool const empty = !out.has_num();
