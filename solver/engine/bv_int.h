@@ -1,9 +1,13 @@
 // The few integer steps the bit-vector code needs, for both integer types
 // it runs on: mpz_class for any width, and a 128-bit integer for widths of
-// at most kSmallBvWidth bits, where a product of two values (below 2^124)
-// and a shift by the width still fit.  Values are always non-negative
-// except for the intermediate results that wrap() brings back.
+// at most kWideBvWidth bits (the widest whose format ranks in 128 bits),
+// where sums and differences fit; products and left shifts fit only up to
+// kSmallBvWidth bits (a product of two values stays below 2^124).  Values
+// are always non-negative except for the intermediate results that wrap()
+// brings back.
 #pragma once
+
+#include "engine/problem.h"
 
 #include "host/packed_rank.h"
 
@@ -14,6 +18,13 @@
 namespace fpsolve {
 
 inline constexpr std::uint32_t kSmallBvWidth = 62;
+inline constexpr std::uint32_t kWideBvWidth = 125;
+
+// Whether op on bit-vectors of at most `width` bits runs on 128-bit integers.
+inline bool fits_128(FpOp op, std::uint32_t width) {
+  bool const grows = op == FpOp::bv_mul || op == FpOp::bv_shl;
+  return width <= (grows ? kSmallBvWidth : kWideBvWidth);
+}
 
 template <class Z>
 Z pow2z(std::uint64_t n) {

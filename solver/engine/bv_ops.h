@@ -38,7 +38,7 @@ std::optional<IEEEFloat> bv_apply(FpOp op, IEEEFloat::rounding_mode rm,
 
 // The same on unsigned values of width n (every operation from bv_not to
 // bv_ashr; the result has width n), as mpz_class for any width or as a
-// 128-bit integer for n <= kSmallBvWidth (bv_int.h).
+// 128-bit integer where fits_128(op, n) holds (bv_int.h).
 template <class Z>
 Z bv_arith(FpOp op, Z const* a, std::uint32_t n);
 

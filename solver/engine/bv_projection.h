@@ -37,7 +37,7 @@ struct BvRange {
 // The projection of the operations between bit-vectors (bv_not to bv_sext)
 // on unsigned ranges: `widths` are the operands' widths, n the result's.  Z
 // is mpz_class, or the 128-bit integer when every width is at most
-// kSmallBvWidth (bv_int.h), the search's fast path.
+// fits_128 (bv_int.h) holds, the search's fast path.
 template <class Z>
 BvRange<Z> project_bv_ints(FpOp op, BvRange<Z> const* a, std::uint32_t const* widths,
                            std::size_t count, std::uint32_t n);

@@ -56,15 +56,15 @@ template <class R>
 Set<R> project_bv_family(FpOp op, std::vector<Bounds<R>> const& a, unsigned modes,
                          IEEEFloat::format rfmt) {
   if constexpr (std::is_same_v<R, i128>) {
-    // Between bit-vectors of at most kSmallBvWidth bits: on the ranks
+    // Between bit-vectors that fit (fits_128): on the ranks
     // themselves, without GMP.
-    bool small = op <= FpOp::bv_sext && bv_width(rfmt) <= kSmallBvWidth && a.size() <= 2;
+    bool small = op <= FpOp::bv_sext && fits_128(op, bv_width(rfmt)) && a.size() <= 2;
     BvRange<i128> r[2];
     std::uint32_t widths[2];
     for (std::size_t i = 0; small && i < a.size(); ++i) {
       r[i] = {a[i].s.lo, a[i].s.hi};
       widths[i] = bv_width(a[i].fmt);
-      small = widths[i] <= kSmallBvWidth;
+      small = fits_128(op, widths[i]);
     }
     if (small) {
       BvRange<i128> const out = project_bv_ints(op, r, widths, a.size(), bv_width(rfmt));

@@ -8,8 +8,11 @@
 
 #include "host/packed_rank.h"
 
+#include "engine/bv_int.h"
+
 #include <gtest/gtest.h>
 
+#include <random>
 #include <string>
 #include <vector>
 
@@ -75,6 +78,60 @@ TEST(BvProjection, EveryOperationContainsEveryResultOfItsBox) {
   }
 }
 
+// Wide bit-vectors on the 128-bit path (every operation that fits_128 up to
+// 125 bits): random boxes must project exactly as on the GMP path, so no
+// intermediate value overflows.
+TEST(BvProjection, WideBoxesTakeThe128BitPathExactly) {
+  std::mt19937_64 rng(5);
+  auto value = [&](std::uint32_t w) {
+    mpz_class z = 0;
+    for (std::uint32_t i = 0; i < w; i += 32)
+      z = (z << 32) + static_cast<unsigned long>(rng() & 0xffffffffu);
+    mpz_fdiv_r_2exp(z.get_mpz_t(), z.get_mpz_t(), w);
+    if (rng() % 4 == 0) z = rng() % 2 ? mpz_class(0) : mpz_class((mpz_class(1) << w) - 1);
+    return z;
+  };
+  auto to128 = [](mpz_class const& z) {
+    qorv::Rank128 r = 0;
+    for (int i = static_cast<int>(mpz_sizeinbase(z.get_mpz_t(), 2)); i-- > 0;)
+      r = (r << 1) |
+          static_cast<qorv::Rank128>(mpz_tstbit(z.get_mpz_t(), static_cast<mp_bitcnt_t>(i)));
+    return r;
+  };
+  for (int round = 0; round < 20000; ++round) {
+    auto const op =
+        static_cast<FpOp>(static_cast<int>(FpOp::bv_not) + static_cast<int>(rng() % 19));
+    bool const unary =
+        op == FpOp::bv_not || op == FpOp::bv_neg || op == FpOp::bv_trunc || op == FpOp::bv_sext;
+    std::uint32_t const n = 63 + static_cast<std::uint32_t>(rng() % (kWideBvWidth - 62));
+    if (!fits_128(op, n)) continue;
+    std::uint32_t w0 = n, w1 = unary ? 0 : n, out = n;
+    if (op == FpOp::bv_concat) {
+      w0 = 1 + static_cast<std::uint32_t>(rng() % (n - 1));
+      w1 = n - w0;
+    } else if (op == FpOp::bv_trunc) {
+      out = 1 + static_cast<std::uint32_t>(rng() % n);
+    } else if (op == FpOp::bv_sext) {
+      w0 = 1 + static_cast<std::uint32_t>(rng() % n);
+    }
+    Rg box[2];
+    std::uint32_t const widths[2] = {w0, w1};
+    for (int i = 0; i < (unary ? 1 : 2); ++i) {
+      mpz_class a = value(widths[i]), b = rng() % 3 == 0 ? a : value(widths[i]);
+      if (b < a) std::swap(a, b);
+      box[i] = {a, b};
+    }
+    std::size_t const count = unary ? 1 : 2;
+    Rg const r = project_bv_ints(op, box, widths, count, out);
+    BvRange<qorv::Rank128> const small[2] = {{to128(box[0].lo), to128(box[0].hi)},
+                                             {to128(box[1].lo), to128(box[1].hi)}};
+    BvRange<qorv::Rank128> const r128 = project_bv_ints(op, small, widths, count, out);
+    ASSERT_TRUE(r.hi < r.lo ? r128.hi < r128.lo : r128.lo == to128(r.lo) && r128.hi == to128(r.hi))
+        << "op " << static_cast<int>(op) << " widths " << w0 << " " << w1 << " on " << text(box[0])
+        << " " << text(box[1]) << " gives " << text(r);
+  }
+}
+
 // The conversions between bit-vectors of 5 (patterns) or 3 bits and floats
 // of (2, 3), under each rounding mode alone and under all five at once.
 TEST(BvProjection, ConversionsContainEveryResultOfTheirBox) {
@@ -94,9 +151,9 @@ TEST(BvProjection, ConversionsContainEveryResultOfTheirBox) {
     FpOp op;
     std::uint32_t width; // of the bit-vector side
   };
-  for (Case const c : {Case{FpOp::fp_of_bits, 5}, Case{FpOp::fp_of_ubv, 3},
-                       Case{FpOp::fp_of_sbv, 3}, Case{FpOp::ubv_of_fp, 3},
-                       Case{FpOp::sbv_of_fp, 3}})
+  for (Case const c :
+       {Case{FpOp::fp_of_bits, 5}, Case{FpOp::fp_of_ubv, 3}, Case{FpOp::fp_of_sbv, 3},
+        Case{FpOp::ubv_of_fp, 3}, Case{FpOp::sbv_of_fp, 3}})
     for (unsigned modes : {1u, 2u, 4u, 8u, 16u, 31u}) {
       bool const from_bv = c.op != FpOp::ubv_of_fp && c.op != FpOp::sbv_of_fp;
       IEEEFloat::format const in = from_bv ? bv_format(c.width) : f;
@@ -124,10 +181,10 @@ TEST(BvProjection, ConversionsContainEveryResultOfTheirBox) {
             if (!(modes >> m & 1)) continue;
             std::optional<IEEEFloat> const z =
                 bv_apply(c.op, static_cast<IEEEFloat::rounding_mode>(m), {v}, out);
-            std::string const where = "op " + std::to_string(static_cast<int>(c.op)) +
-                                      " modes " + std::to_string(modes) + " on [" +
-                                      box.lo.get_str() + ", " + box.hi.get_str() +
-                                      (box.nan ? "] with NaN" : "]") + " at " + v.to_str();
+            std::string const where = "op " + std::to_string(static_cast<int>(c.op)) + " modes " +
+                                      std::to_string(modes) + " on [" + box.lo.get_str() + ", " +
+                                      box.hi.get_str() + (box.nan ? "] with NaN" : "]") + " at " +
+                                      v.to_str();
             if (z) {
               ASSERT_TRUE(contains(r, *z)) << where << " misses " << z->to_str();
             } else { // unspecified: any value of the width
