@@ -54,6 +54,8 @@ enum class OptionKind : std::uint8_t { flag, count, seconds, text };
   X(flag, probe, "probe", true, "run the model probe")                                             \
   X(flag, learning, "learning", true, "learn clauses on conflicts and jump back")                  \
   X(flag, big_ranks, "big-ranks", false, "GMP ranks even where 128-bit ranks suffice")             \
+  X(flag, compact_trail, "compact-trail", true,                                                    \
+    "one trail entry per term and level (else one per narrowing)")                                 \
   /* tuning */                                                                                     \
   X(count, propagation_budget, "propagation-budget", 32,                                           \
     "propagation steps per entry (plus 1000) before a round counts as stalled")                    \
