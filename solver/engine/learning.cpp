@@ -162,8 +162,10 @@ bool Learner<R>::learn_and_backjump() {
     tc_.mark(); // the test is undone back to here
     if (queue_.lost) queue_.enqueue_all();
     auto* e = tc_.domain.new_FpBoundElement(top.lower, ctx_.p.vars[top.var].term, top.value);
+    // After a round that reached its fixpoint no assertion is false (see
+    // the probe), so only a stalled one needs the evaluation.
     return !(tc_.assert_element(e, top.var) && propagation_.deduce() &&
-             tc_.ev.eval_all(ctx_.roots) != l_False);
+             (queue_.entries_empty() || tc_.ev.eval_all(ctx_.roots) != l_False));
   };
   // Decisions are dropped from the top down, by 1, 2, 4, ... levels, while
   // the conflict stays; the first test that finds none ends the search, and

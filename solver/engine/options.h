@@ -56,6 +56,8 @@ enum class OptionKind : std::uint8_t { flag, count, seconds, text };
   X(flag, big_ranks, "big-ranks", false, "GMP ranks even where 128-bit ranks suffice")             \
   X(flag, compact_trail, "compact-trail", true,                                                    \
     "one trail entry per term and level (else one per narrowing)")                                 \
+  X(flag, chain_jump, "chain-jump", true,                                                          \
+    "jump comparison chains to their fixpoint when a round creeps")                                \
   /* tuning */                                                                                     \
   X(count, propagation_budget, "propagation-budget", 32,                                           \
     "propagation steps per entry (plus 1000) before a round counts as stalled")                    \

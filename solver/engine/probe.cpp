@@ -65,8 +65,11 @@ bool Prober<R>::probe(std::vector<IEEEFloat>* out) {
     alive = false;
     for (std::size_t t = 0; t < n && !alive; ++t) {
       if ((t == 1 && other == first) || (t == 2 && (mid == first || mid == other))) continue;
+      // A round that reached its fixpoint visited every assertion after its
+      // last change and fails on a false one, so only a stalled round needs
+      // the evaluation of all of them (linear in the problem, every step).
       alive = tc_.narrow(v, tries[t], tries[t]) && propagation_.deduce() &&
-              tc_.ev.eval_all(ctx_.roots) != l_False;
+              (queue_.entries_empty() || tc_.ev.eval_all(ctx_.roots) != l_False);
       if (!alive) restore(mark, at_mark);
     }
   }

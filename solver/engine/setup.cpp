@@ -5,7 +5,19 @@ namespace fpsolve {
 
 void setup_search(SearchContext& ctx, PropagationQueue& queue, qorv::FpDecDepManager& manager) {
   Problem const& p = ctx.p;
-  ctx.roots = p.assertions;
+  // An asserted conjunction is its conjuncts, each an entry of its own: one
+  // entry for all of them would be visited whole whenever any of its
+  // variables narrows, which is quadratic on a wide conjunction.
+  ctx.roots.clear();
+  std::vector<int> split(p.assertions.rbegin(), p.assertions.rend());
+  while (!split.empty()) {
+    int const n = split.back();
+    split.pop_back();
+    if (p.nodes[n].op == Op::and_)
+      split.insert(split.end(), p.nodes[n].kids.rbegin(), p.nodes[n].kids.rend());
+    else
+      ctx.roots.push_back(n);
+  }
   std::size_t const nv = p.vars.size();
   int const nr = static_cast<int>(ctx.roots.size());
   queue.reset(nv, ctx.roots.size() + p.defs.size());
