@@ -3,11 +3,11 @@
 // work budget; a round that stalls on its budget tries the strict-cycle
 // refutation instead.
 //
-// A round that keeps going long after every entry could have been visited
-// twice is creeping (bounds moving a value at a time along chains): at
-// 2e + 64 steps (e entries), then at every doubling, the chains of the
-// comparisons it forced are jumped to their fixpoint (engine/chain_jump.h).
-// The doubling keeps the jumps' cost within the round's own.
+// A round whose narrowings move ends by single values, more of them than
+// twice its entries, is creeping along chains: at 2e + 64 such steps (e
+// entries), then at every doubling, the chains of the comparisons it forced
+// are jumped to their fixpoint (engine/chain_jump.h).  The doubling keeps
+// the jumps' cost within the round's own.
 //
 // Learned clauses go first and always to their fixpoint: they are cheap,
 // and a clause that becomes unit must be propagated at the level where it

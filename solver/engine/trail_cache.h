@@ -20,6 +20,7 @@
 #include "host/fp_host.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 namespace fpsolve {
@@ -50,6 +51,9 @@ public:
   void check_invariants();
 
   Evaluator<R> ev; // ev.cur caches the trail's current entries
+  // Narrowings that moved an end by a single value: the mark of a
+  // propagation creeping along a chain.
+  std::uint64_t single_steps = 0;
   qorv::FpIntervalDomain domain;
   qorv::FpBoundsTrail trail;
 
