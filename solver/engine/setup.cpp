@@ -5,15 +5,19 @@ namespace fpsolve {
 
 void setup_search(SearchContext& ctx, PropagationQueue& queue, qorv::FpDecDepManager& manager) {
   Problem const& p = ctx.p;
-  // An asserted conjunction is its conjuncts, each an entry of its own: one
-  // entry for all of them would be visited whole whenever any of its
-  // variables narrows, which is quadratic on a wide conjunction.
+  // A wide asserted conjunction is its conjuncts, each an entry of its own:
+  // one entry for all of them would be visited whole whenever any of its
+  // variables narrows, which is quadratic in its width.  A narrow one stays
+  // whole: visiting it costs little, and it keeps the order of visits (and
+  // so the points where a round stalls) that the search was tuned with.
   ctx.roots.clear();
   std::vector<int> split(p.assertions.rbegin(), p.assertions.rend());
   while (!split.empty()) {
     int const n = split.back();
     split.pop_back();
-    if (p.nodes[n].op == Op::and_)
+    std::uint64_t const width = p.nodes[n].kids.size();
+    if (p.nodes[n].op == Op::and_ && ctx.opt.split_conjunctions &&
+        width >= ctx.opt.split_conjunctions)
       split.insert(split.end(), p.nodes[n].kids.rbegin(), p.nodes[n].kids.rend());
     else
       ctx.roots.push_back(n);
