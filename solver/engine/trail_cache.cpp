@@ -39,7 +39,9 @@ bool TrailCache<R>::narrow(int v, R lo, R hi) {
   // decision heuristic never splits it.
   if (ctx_.p.vars[v].is_bool && lo > ev.format_of_var(v).nan) hi = lo;
   if (lo == c.lo && hi == c.hi) return true;
-  if (R(lo - c.lo) == R(1) || R(c.hi - hi) == R(1)) ++single_steps;
+  // Compared by a step of one, not by the difference, which overflows for
+  // ranks far apart.
+  if (lo == R(c.lo + 1) || R(hi + 1) == c.hi) ++single_steps;
   if (lo != c.lo) {
     push_bound(v, true, lo);
     ++ctx_.stats.propagations;
