@@ -7,8 +7,10 @@
 #include "support/append_room.h"
 #include "support/invariant.h"
 
+#include <algorithm>
 #include <cassert>
 #include <new>
+#include <string>
 #include <utility>
 
 namespace qorv {
@@ -70,25 +72,74 @@ void FpBoundsTrail::assert_bound(FpBoundElement* e) {
                            : IEEEFloat::Packed{&v} < IEEEFloat::Packed{&hi};
   IEEEFloat new_lo(e->flag() && tighter ? v : lo);
   IEEEFloat new_hi(!e->flag() && tighter ? v : hi);
-  // Room on the trail first, then the interval's own strong append: after
-  // both, the last push_back cannot fail.
+  if (!compacting()) {
+    // Room on the trail first, then the interval's own strong append: after
+    // both, the last push_back cannot fail.
+    reserve_for_append(bounds);
+    iv.push_entry(std::move(new_lo), std::move(new_hi), e->flag());
+    bounds.push_back(e);
+    QORV_DEBUG_CHECK(*this);
+    return;
+  }
+  std::size_t& newest = newest_[e->term()]; // slot + 1; 0 before the first bound
+  if (newest > level_start()) {
+    // The term's entry of this level: narrowed in place.  The moves and the
+    // bit cannot throw, so the copies above were the last thing that could.
+    iv.lower_ends.back() = std::move(new_lo);
+    iv.upper_ends.back() = std::move(new_hi);
+    iv.flags.back() = e->flag();
+    FpBoundElement*& slot = bounds[newest - 1];
+    compact_domain_->release_FpBoundElement(slot);
+    slot = e;
+    QORV_DEBUG_CHECK(*this);
+    return;
+  }
   reserve_for_append(bounds);
+  reserve_for_append(previous_);
   iv.push_entry(std::move(new_lo), std::move(new_hi), e->flag());
+  previous_.push_back(newest);
   bounds.push_back(e);
+  newest = bounds.size();
   QORV_DEBUG_CHECK(*this);
 }
 
 void FpBoundsTrail::backtrack(std::size_t length, FpIntervalDomain* domain) {
+  if (compacting() && length < bounds.size()) {
+    // Entries rewritten in place since the last mark below `length` cannot
+    // be restored, so only a level's own start is a place to return to.
+    while (!marks_.empty() && marks_.back() > length)
+      marks_.pop_back();
+    if (length != 0 && (marks_.empty() || marks_.back() != length))
+      invariant_violated("FpBoundsTrail", "backtrack to a length that starts no level",
+                         std::to_string(length));
+  }
+  while (!marks_.empty() && marks_.back() >= length)
+    marks_.pop_back();
   while (bounds.size() > length) {
     FpBoundElement* e = bounds.back();
     auto it = intervals.find(e->term());
     assert(it != intervals.end() && it->second.entries() >= 2 &&
            "an asserted bound has its own entry above the initial one");
     if (it != intervals.end()) it->second.pop_entry();
+    if (compacting()) {
+      auto n = newest_.find(e->term());
+      if (n != newest_.end()) n->second = previous_.back();
+      previous_.pop_back();
+    }
     bounds.pop_back();
     if (domain) domain->release_FpBoundElement(e);
   }
   QORV_DEBUG_CHECK(*this);
+}
+
+void FpBoundsTrail::enable_compaction(FpIntervalDomain* domain) {
+  assert(bounds.empty() && domain && "compaction starts on an empty trail");
+  compact_domain_ = domain;
+}
+
+std::size_t FpBoundsTrail::mark() {
+  if (marks_.empty() || marks_.back() != bounds.size()) marks_.push_back(bounds.size());
+  return bounds.size();
 }
 
 // Allocation-free, so that it can run after any mutation, also while an
@@ -111,6 +162,28 @@ void FpBoundsTrail::check_invariants() const {
     if (n > 0) above_initial += n - 1;
   }
   if (above_initial != bounds.size()) fail("interval entries out of step with the trail");
+  if (!compacting()) return;
+  for (std::size_t i = 0; i < marks_.size(); ++i)
+    if (marks_[i] > bounds.size() || (i > 0 && marks_[i] <= marks_[i - 1]))
+      fail("level marks do not increase within the trail");
+  if (previous_.size() != bounds.size()) fail("a bound without its link to the one before");
+  // Walking each term's bounds from its newest one: every link stays on the
+  // term and crosses a mark (one bound per level), and the walks together
+  // visit every slot, so each slot lies on exactly one term's chain.
+  auto level_of = [&](std::size_t slot) {
+    return std::upper_bound(marks_.begin(), marks_.end(), slot) - marks_.begin();
+  };
+  std::size_t visited = 0;
+  for (auto const& [t, newest] : newest_) {
+    for (std::size_t s = newest; s != 0; s = previous_[s - 1], ++visited) {
+      if (s > bounds.size() || bounds[s - 1]->term() != t || visited > bounds.size())
+        fail("a term's chain of bounds leaves the term");
+      std::size_t const p = previous_[s - 1];
+      if (p != 0 && (p >= s || level_of(p - 1) >= level_of(s - 1)))
+        fail("two bounds of one term in one level");
+    }
+  }
+  if (visited != bounds.size()) fail("a bound on no term's chain");
 }
 
 } // namespace qorv

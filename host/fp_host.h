@@ -13,6 +13,17 @@
 // Asserting a bound appends it to the trail and appends one narrowed entry to
 // its term's interval; backtracking to an earlier length undoes both, so the
 // trail and the intervals always move in step (check_invariants).
+//
+// Compaction (off unless a search host calls enable_compaction): the trail is
+// cut into levels by marks, and a term keeps at most one entry per level.
+// The first bound on a term within a level appends as above; a later one
+// narrows that entry in place and takes its slot on the trail (the bound it
+// replaces goes back to the domain).  Nothing below a mark can be undone
+// without undoing the whole level above it, so an entry rewritten in place
+// is never needed again: backtracking is allowed only to a mark, to 0, or
+// to the current length, and then restores every interval exactly as it
+// was.  Level 0 (below the first mark) never backtracks but to 0, so a long
+// propagation there costs one entry per term, not one per step.
 #pragma once
 
 #include "../fp/fp_value_interval.h"
@@ -76,22 +87,46 @@ public:
   // Appends e and narrows its term's interval: a lower bound raises the
   // lower end to e's value, an upper bound lowers the upper end, each only
   // when e is tighter (packed order).  Initialises an empty interval first.
-  // The flag of the new entry is e's flag.  Strong guarantee on exceptions.
+  // The flag of the new entry is e's flag.  When compacting and the term has
+  // an entry in the current level already, that entry is narrowed instead
+  // and e takes its bound's slot.  Strong guarantee on exceptions.
   void assert_bound(FpBoundElement* e);
   // Undoes every bound past `length` (newest first), popping one interval
   // entry per bound; with a domain, the elements are given back to it.
+  // When compacting, `length` must be 0, a mark or the current length
+  // (anything else aborts), and the marks at or above it are dropped.
   void backtrack(std::size_t length, FpIntervalDomain* domain = nullptr);
   std::size_t size() const noexcept { return bounds.size(); }
+  // Turns compaction on; requires an empty trail.  Replaced bounds are given
+  // back to `domain`, which must outlive the trail's bounds.
+  void enable_compaction(FpIntervalDomain* domain);
+  bool compacting() const noexcept { return compact_domain_ != nullptr; }
+  // Starts a level at the current length (once per length) and returns it;
+  // the bounds from here on never rewrite an entry below it.
+  std::size_t mark();
+  std::size_t marks() const noexcept { return marks_.size(); }
   // The interval of t, initialised on first use.
   fp::FpValueInterval& interval(Term const* t);
   // Every asserted bound has its interval entry (entries above the initial
   // ones match the bounds), and all three arrays of each interval have one
-  // length.  Allocates nothing.
+  // length.  When compacting, the marks strictly increase within the trail
+  // and each term has at most one bound per level.  Allocates nothing.
   void check_invariants() const;
 
   TermManager* tm;
   hsh::HashMap<Term const*, fp::FpValueInterval> intervals;
   std::vector<FpBoundElement*> bounds; // in order of assertion
+
+private:
+  static constexpr std::size_t none = static_cast<std::size_t>(-1);
+  std::size_t level_start() const noexcept { return marks_.empty() ? 0 : marks_.back(); }
+
+  // Compaction only: the slot of each term's newest bound, and per slot the
+  // slot of the same term's bound before it (none for its first).
+  FpIntervalDomain* compact_domain_ = nullptr;
+  std::vector<std::size_t> marks_;
+  hsh::HashMap<Term const*, std::size_t> newest_;
+  std::vector<std::size_t> previous_;
 };
 
 struct FpDecDepManager {

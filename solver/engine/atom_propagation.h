@@ -23,6 +23,7 @@ public:
   bool restrict_to(int o, Set<R> t);
   // Variable v's value must lie in t.
   bool restrict_var(int v, Set<R> const& t);
+  TrailCache<R>& trail() { return tc_; }
 
 private:
   bool atom_prop(Node const& nd, bool want);

@@ -54,7 +54,7 @@ struct SearchContext {
 #endif
   Stats stats;
   std::chrono::steady_clock::time_point const start = std::chrono::steady_clock::now();
-  std::vector<int> roots; // the assertions' nodes; entry r of the queue is roots[r]
+  std::vector<int> roots; // the assertions' nodes, conjunctions split; entry r is roots[r]
   std::vector<char> relevant;
   qorv::hsh::HashMap<qorv::Term const*, int> var_of_term;
   std::vector<Level> levels; // the decisions, lowest first

@@ -159,10 +159,13 @@ bool Learner<R>::learn_and_backjump() {
   // Whether D0..Dj-1 and Dk alone propagate to a conflict.
   auto conflicts_from = [&](int j) {
     tc_.backtrack_to(levels[j].trail_length);
+    tc_.mark(); // the test is undone back to here
     if (queue_.lost) queue_.enqueue_all();
     auto* e = tc_.domain.new_FpBoundElement(top.lower, ctx_.p.vars[top.var].term, top.value);
+    // After a round that reached its fixpoint no assertion is false (see
+    // the probe), so only a stalled one needs the evaluation.
     return !(tc_.assert_element(e, top.var) && propagation_.deduce() &&
-             tc_.ev.eval_all(ctx_.roots) != l_False);
+             (queue_.entries_empty() || tc_.ev.eval_all(ctx_.roots) != l_False));
   };
   // Decisions are dropped from the top down, by 1, 2, 4, ... levels, while
   // the conflict stays; the first test that finds none ends the search, and
@@ -181,7 +184,7 @@ bool Learner<R>::learn_and_backjump() {
   if (queue_.lost) queue_.enqueue_all();
   for (int j = lowest; j < hi; ++j) {
     Level& lv = levels[j];
-    lv.trail_length = tc_.trail.size();
+    lv.trail_length = tc_.mark();
     auto* e = tc_.domain.new_FpBoundElement(lv.lower, ctx_.p.vars[lv.var].term, lv.value);
     if (!(tc_.assert_element(e, lv.var) && propagation_.deduce())) { // clauses learned since bite
       levels.resize(static_cast<std::size_t>(j) + 1);

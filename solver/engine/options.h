@@ -54,10 +54,16 @@ enum class OptionKind : std::uint8_t { flag, count, seconds, text };
   X(flag, probe, "probe", true, "run the model probe")                                             \
   X(flag, learning, "learning", true, "learn clauses on conflicts and jump back")                  \
   X(flag, big_ranks, "big-ranks", false, "GMP ranks even where 128-bit ranks suffice")             \
+  X(flag, compact_trail, "compact-trail", true,                                                    \
+    "one trail entry per term and level (else one per narrowing)")                                 \
+  X(flag, chain_jump, "chain-jump", true,                                                          \
+    "jump comparison chains to their fixpoint when a round creeps")                                \
   /* tuning */                                                                                     \
   X(count, propagation_budget, "propagation-budget", 32,                                           \
     "propagation steps per entry (plus 1000) before a round counts as stalled")                    \
   X(count, timer_stride, "timer-stride", 64, "propagation steps between looks at the clock")       \
+  X(count, split_conjunctions, "split-conjunctions", 64,                                           \
+    "an asserted and of at least N conjuncts is one entry per conjunct (0: never)")                \
   X(count, clause_cap, "clause-cap", 4000, "learned clauses kept before the older half goes")      \
   X(count, clause_growth, "clause-growth", 50, "percent the clause cap grows at each reduction")   \
   X(count, probe_growth, "probe-growth", 2, "the probe runs after 0, 1, g, g^2, ... decisions")    \

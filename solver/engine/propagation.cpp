@@ -13,6 +13,8 @@ typename Propagation<R>::Round Propagation<R>::propagate() {
   std::uint64_t const budget = ctx_.opt.propagation_budget * queue_.entry_count() + 1000;
   std::uint64_t const stride = std::max<std::uint64_t>(1, ctx_.opt.timer_stride);
   int const nr = static_cast<int>(ctx_.roots.size());
+  std::uint64_t const single_base = atoms_.trail().single_steps;
+  std::uint64_t jump_at = 2 * queue_.entry_count() + 64;
   Round outcome = Round::fixpoint;
   for (;;) {
     if (!clauses_.drain()) {
@@ -20,6 +22,14 @@ typename Propagation<R>::Round Propagation<R>::propagate() {
       break;
     }
     if (queue_.entries_empty()) break;
+    if (ctx_.opt.chain_jump && atoms_.trail().single_steps - single_base >= jump_at) {
+      jump_at *= 2;
+      if (!jump_.jump()) {
+        outcome = Round::conflict;
+        break;
+      }
+      continue;
+    }
     int const r = queue_.pop_front();
     // Past the budget, propagation is creeping: leave the rest to the
     // decisions, which halve intervals instead of shaving single values.

@@ -3,6 +3,12 @@
 // work budget; a round that stalls on its budget tries the strict-cycle
 // refutation instead.
 //
+// A round whose narrowings move ends by single values, more of them than
+// twice its entries, is creeping along chains: at 2e + 64 such steps (e
+// entries), then at every doubling, the chains of the comparisons it forced
+// are jumped to their fixpoint (engine/chain_jump.h).  The doubling keeps
+// the jumps' cost within the round's own.
+//
 // Learned clauses go first and always to their fixpoint: they are cheap,
 // and a clause that becomes unit must be propagated at the level where it
 // became unit.  Entries left when a round stalls stay queued for the next
@@ -10,6 +16,7 @@
 // queue every entry again.
 #pragma once
 
+#include "engine/chain_jump.h"
 #include "engine/def_propagation.h"
 #include "engine/learning.h"
 
@@ -20,7 +27,8 @@ class Propagation {
 public:
   Propagation(SearchContext& ctx, PropagationQueue& queue, AtomPropagation<R>& atoms,
               DefPropagation<R>& defs, ClauseStore<R>& clauses, ComparisonGraph& graph)
-      : ctx_(ctx), queue_(queue), atoms_(atoms), defs_(defs), clauses_(clauses), graph_(graph) {}
+      : ctx_(ctx), queue_(queue), atoms_(atoms), defs_(defs), clauses_(clauses), graph_(graph),
+        jump_(ctx, atoms.trail(), atoms, graph) {}
 
   // One round of deduction: propagate, and when that stalls, refute a cycle
   // of forced comparisons with a strict step.  False on a conflict.
@@ -36,6 +44,7 @@ private:
   DefPropagation<R>& defs_;
   ClauseStore<R>& clauses_;
   ComparisonGraph& graph_;
+  ChainJump<R> jump_;
 };
 
 } // namespace fpsolve

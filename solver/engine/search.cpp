@@ -141,7 +141,7 @@ Result Search<R>::run() {
       tc_.domain.release_FpBoundElement(e);
       e = tc_.domain.new_FpBoundElement(true, p.vars[v].term, up);
     }
-    ctx_.levels.push_back(Level{tc_.trail.size(), v, e->flag(), e->value});
+    ctx_.levels.push_back(Level{tc_.mark(), v, e->flag(), e->value});
     ok = tc_.assert_element(e, v) && propagation_.deduce();
   }
   tc_.backtrack_to(0);

@@ -5,7 +5,23 @@ namespace fpsolve {
 
 void setup_search(SearchContext& ctx, PropagationQueue& queue, qorv::FpDecDepManager& manager) {
   Problem const& p = ctx.p;
-  ctx.roots = p.assertions;
+  // A wide asserted conjunction is its conjuncts, each an entry of its own:
+  // one entry for all of them would be visited whole whenever any of its
+  // variables narrows, which is quadratic in its width.  A narrow one stays
+  // whole: visiting it costs little, and it keeps the order of visits (and
+  // so the points where a round stalls) that the search was tuned with.
+  ctx.roots.clear();
+  std::vector<int> split(p.assertions.rbegin(), p.assertions.rend());
+  while (!split.empty()) {
+    int const n = split.back();
+    split.pop_back();
+    std::uint64_t const width = p.nodes[n].kids.size();
+    if (p.nodes[n].op == Op::and_ && ctx.opt.split_conjunctions &&
+        width >= ctx.opt.split_conjunctions)
+      split.insert(split.end(), p.nodes[n].kids.rbegin(), p.nodes[n].kids.rend());
+    else
+      ctx.roots.push_back(n);
+  }
   std::size_t const nv = p.vars.size();
   int const nr = static_cast<int>(ctx.roots.size());
   queue.reset(nv, ctx.roots.size() + p.defs.size());

@@ -1,7 +1,10 @@
 // The search's setup: which variables matter, what watches them, the order
 // in which the decision heuristic sees the terms, and the first queue.
 //
-// After setup_search: ctx.roots are the assertions; a variable is relevant
+// After setup_search: ctx.roots are the assertions, each asserted
+// conjunction of at least Options::split_conjunctions conjuncts split into
+// them (the same constraint, and each conjunct is revisited only when its
+// own variables change); a variable is relevant
 // when it occurs under an assertion, directly or through the Defs of
 // relevant variables; every relevant variable's term is in
 // `manager.terms`, inputs first (Booleans, rounding modes, floating point)

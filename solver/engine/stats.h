@@ -23,6 +23,7 @@ namespace fpsolve {
   X(count, learned_literals, "learned-literals", "literals of the learned clauses")                \
   X(count, levels_skipped, "levels-skipped", "levels undone beyond the last by backjumps")         \
   X(count, probes, "probes", "model probes (dives undone afterwards)")                             \
+  X(count, chain_jumps, "chain-jumps", "comparison chains jumped to their fixpoint")               \
   X(count, model_checks, "model-checks", "candidate models checked exactly")                       \
   X(time, parse_time, "parse-time", "reading and elaborating the script")                          \
   X(time, propagation_time, "propagation-time", "propagation rounds")                              \

@@ -11,6 +11,43 @@
 
 namespace fpsolve {
 
+ComparisonGraph::ComparisonGraph(Problem const& problem) : p_(problem) {
+  auto plain = [&](int o) {
+    Operand const& op = p_.operands[o];
+    return op.var >= 0 && !op.abs && !op.neg;
+  };
+  auto zero = [&](int o) {
+    Operand const& op = p_.operands[o];
+    return op.var < 0 && !op.is_rm && op.constant.is_zero();
+  };
+  for (Def const& d : p_.defs) {
+    bool const sum = d.op == FpOp::add || d.op == FpOp::sub;
+    if (!sum || d.args.size() != 2) continue;
+    for (int i = 0; i < 2; ++i) {
+      // x + 0, 0 + x, x - 0 (not 0 - x, which is -x)
+      bool const shape = i == 0 || d.op == FpOp::add;
+      if (shape && plain(d.args[i]) && zero(d.args[1 - i]) &&
+          p_.operands[d.args[i]].fmt == p_.vars[d.var].fmt)
+        identities_.push_back({d.var, p_.operands[d.args[i]].var});
+    }
+  }
+}
+
+void ComparisonGraph::var_steps(std::vector<VarStep>* out) const {
+  out->clear();
+  auto plain = [&](int o) {
+    Operand const& op = p_.operands[o];
+    return op.var >= 0 && !op.abs && !op.neg;
+  };
+  for (Edge const& e : edges_)
+    if (plain(e.from) && plain(e.to))
+      out->push_back(VarStep{p_.operands[e.from].var, p_.operands[e.to].var, e.strict});
+  for (auto const& [t, x] : identities_) {
+    out->push_back(VarStep{t, x, false});
+    out->push_back(VarStep{x, t, false});
+  }
+}
+
 bool ComparisonGraph::has_strict_cycle() const {
   std::size_t const nn = 4 * p_.vars.size();
   std::vector<std::vector<std::pair<int, bool>>> out(nn);
@@ -28,6 +65,10 @@ bool ComparisonGraph::has_strict_cycle() const {
     add(id(e.from), id(e.to), e.strict);
     for (int o : {e.from, e.to})
       if (p_.operands[o].abs) has_abs[p_.operands[o].var] = 1;
+  }
+  for (auto const& [t, x] : identities_) {
+    add(t * 4, x * 4, false);
+    add(x * 4, t * 4, false);
   }
   for (std::size_t v = 0; v < has_abs.size(); ++v)
     if (has_abs[v]) {

@@ -3,6 +3,11 @@
 // only discover one value at a time.  The atom propagation notes every
 // comparison it forces during a round; when the round stalls, the search
 // looks for such a cycle among them.
+//
+// Besides the comparisons of the round, the graph knows the Defs that are
+// their operand numerically (x + 0, x - 0: the sum is exact, so equal to x,
+// and NaN exactly when x is); they tie the two variables with a
+// non-strict step both ways, so chains and cycles run through them.
 #pragma once
 
 #include "engine/problem.h"
@@ -13,7 +18,7 @@ namespace fpsolve {
 
 class ComparisonGraph {
 public:
-  explicit ComparisonGraph(Problem const& problem) : p_(problem) {}
+  explicit ComparisonGraph(Problem const& problem);
 
   // The operands' values satisfy from <= to (from < to when strict) in the
   // numeric order, or one of them is NaN.
@@ -22,6 +27,18 @@ public:
   // Whether the comparisons noted lie on a cycle with a strict step.
   bool has_strict_cycle() const;
 
+  // One step between two variables, each seen as itself (no fp.neg or
+  // fp.abs): when `from` is not NaN, neither is `to`, and
+  // key(from) <= key(to) - (strict ? 1 : 0) in the numeric order.
+  struct VarStep {
+    int from, to;
+    bool strict;
+  };
+  // The comparisons noted between plain variables, and both directions of
+  // every identity Def.
+  void var_steps(std::vector<VarStep>* out) const;
+  std::size_t noted() const { return edges_.size(); }
+
 private:
   struct Edge {
     int from, to; // operands
@@ -29,6 +46,7 @@ private:
   };
   Problem const& p_;
   std::vector<Edge> edges_;
+  std::vector<std::pair<int, int>> identities_; // (result, operand) variables
 };
 
 } // namespace fpsolve

@@ -39,6 +39,9 @@ bool TrailCache<R>::narrow(int v, R lo, R hi) {
   // decision heuristic never splits it.
   if (ctx_.p.vars[v].is_bool && lo > ev.format_of_var(v).nan) hi = lo;
   if (lo == c.lo && hi == c.hi) return true;
+  // Compared by a step of one, not by the difference, which overflows for
+  // ranks far apart.
+  if (lo == R(c.lo + 1) || R(hi + 1) == c.hi) ++single_steps;
   if (lo != c.lo) {
     push_bound(v, true, lo);
     ++ctx_.stats.propagations;
@@ -66,14 +69,18 @@ bool TrailCache<R>::assert_element(qorv::FpBoundElement* e, int v) {
 
 template <class R>
 void TrailCache<R>::backtrack_to(std::size_t length) {
-  while (trail.size() > length) {
-    qorv::FpBoundElement const* e = trail.bounds.back();
-    auto const it = ctx_.var_of_term.find(e->term());
+  // A bound rewritten in place may have moved both ends of its entry, so
+  // both ends of every variable undone are read back.
+  undone_.clear();
+  for (std::size_t i = length; i < trail.size(); ++i) {
+    auto const it = ctx_.var_of_term.find(trail.bounds[i]->term());
     assert(it != ctx_.var_of_term.end() && "every bound on the trail is on a search variable");
-    int const v = it->second;
-    bool const lower = e->flag();
-    trail.backtrack(trail.size() - 1, &domain);
-    reload_end(v, lower);
+    undone_.push_back(it->second);
+  }
+  trail.backtrack(length, &domain);
+  for (int v : undone_) {
+    reload_end(v, true);
+    reload_end(v, false);
   }
 }
 

@@ -1,8 +1,11 @@
 // The stand-in host: bound elements from the domain's pool, their printed
-// form, and the trail asserting and undoing bounds in step with intervals.
+// form, the trail asserting and undoing bounds in step with intervals, and
+// the compacting trail matching a plain one.
 #include "host/fp_host.h"
 
 #include <gtest/gtest.h>
+
+#include <random>
 
 #include <set>
 #include <sstream>
@@ -69,6 +72,69 @@ TEST(FpHost, TrailNarrowsOnlyAndBacktracksInStep) {
   EXPECT_EQ(trail.interval(x).flags.size(), 1u);
   trail.check_invariants();
   EXPECT_EQ(domain.live_elements(), 0u);
+}
+
+// A compacting trail and a plain one take the same random bounds, levels and
+// returns to levels: after every step every interval is the same on both,
+// and the compacting one holds at most one entry per term and level, however
+// many bounds a level takes.  check_invariants runs after every step.
+TEST(FpHost, CompactionKeepsOneEntryPerLevelAndBacktracksExactly) {
+  TermManager tm;
+  FpIntervalDomain domain;
+  FpBoundsTrail plain(&tm), compact(&tm);
+  compact.enable_compaction(&domain);
+  std::vector<Term const*> terms;
+  for (int i = 0; i < 4; ++i)
+    terms.push_back(tm.mk_var("t" + std::to_string(i), tm.fp_sort(8, 24)));
+  std::vector<std::size_t> plain_marks, compact_marks; // one per level, in step
+  std::mt19937_64 rng(25);
+  auto same = [&] {
+    for (Term const* t : terms) {
+      auto const &p = plain.interval(t), &c = compact.interval(t);
+      if (!payload_equal(p.lower(), c.lower()) || !payload_equal(p.upper(), c.upper()))
+        return false;
+      if (c.entries() > compact_marks.size() + 2) return false; // initial + level 0 + levels
+    }
+    return true;
+  };
+  for (int step = 0; step < 4000; ++step) {
+    int const what = static_cast<int>(rng() % 16);
+    bool const fresh = compact_marks.empty() || compact_marks.back() != compact.size();
+    if (what == 0 && fresh && plain_marks.size() < 6) { // a level per length
+      plain_marks.push_back(plain.size());
+      compact_marks.push_back(compact.mark());
+    } else if (what == 1 && !plain_marks.empty()) {
+      std::size_t const k = rng() % plain_marks.size(); // back to level k's start
+      plain.backtrack(plain_marks[k], &domain);
+      compact.backtrack(compact_marks[k], &domain);
+      plain_marks.resize(k);
+      compact_marks.resize(k);
+    } else {
+      Term const* t = terms[rng() % terms.size()];
+      // Mostly tiny steps inward, as a creeping propagation makes them.
+      double const v = static_cast<double>(static_cast<int>(rng() % 2001) - 1000) / 8;
+      bool const lower = rng() % 2 == 0;
+      plain.assert_bound(domain.new_FpBoundElement(lower, t, f32(v)));
+      compact.assert_bound(domain.new_FpBoundElement(lower, t, f32(v)));
+    }
+    compact.check_invariants();
+    ASSERT_TRUE(same()) << "step " << step;
+  }
+  EXPECT_LT(compact.size(), plain.size());
+  // A long run at level 0 keeps one entry above the initial one.
+  plain.backtrack(0, &domain);
+  compact.backtrack(0, &domain);
+  for (int i = 0; i < 1000; ++i)
+    compact.assert_bound(domain.new_FpBoundElement(true, terms[0], f32(i)));
+  EXPECT_TRUE(compact.size() == 1u && compact.interval(terms[0]).entries() == 2u);
+  EXPECT_EQ(compact.interval(terms[0]).lower().to_double(), 999.0);
+  compact.backtrack(0, &domain);
+  EXPECT_EQ(domain.live_elements(), 0u);
+  // Returning into the middle of a level cannot be undone exactly: refused.
+  compact.assert_bound(domain.new_FpBoundElement(true, terms[0], f32(1)));
+  compact.assert_bound(domain.new_FpBoundElement(true, terms[1], f32(1)));
+  EXPECT_DEATH(compact.backtrack(1, &domain), "starts no level");
+  compact.backtrack(0, &domain);
 }
 
 TEST(FpHost, TermManagerFilesConstantsOnly) {
