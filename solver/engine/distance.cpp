@@ -53,22 +53,54 @@ template <class R>
 void Distance<R>::follow(int view, int o) {
   links_.emplace_back(view, o);
   follows_[p_.operands[view].var] = 1;
+  // One pass suffices when every link's target is a Def and every Def that
+  // reads a following input comes after its target's Def: the input is set
+  // as soon as its target is computed.  An ite's condition may read any
+  // variable, so an ite before a target counts as a reader.
+  std::vector<int> def_of_var(p_.vars.size(), -1);
+  for (std::size_t d = 0; d < p_.defs.size(); ++d)
+    def_of_var[p_.defs[d].var] = static_cast<int>(d);
+  after_def_.assign(p_.defs.size(), {});
+  one_pass_ = true;
+  for (std::size_t l = 0; l < links_.size(); ++l) {
+    int const target = p_.operands[links_[l].second].var;
+    int const d = target < 0 ? -1 : def_of_var[target];
+    if (d < 0) {
+      one_pass_ = false; // a constant or an input: set before the pass
+      continue;
+    }
+    after_def_[d].push_back(static_cast<int>(l));
+    int const v = p_.operands[links_[l].first].var;
+    for (int e = 0; e <= d && one_pass_; ++e) {
+      Def const& df = p_.defs[e];
+      bool reads = df.op == FpOp::ite || (df.rm >= 0 && p_.operands[df.rm].var == v);
+      for (int a : df.args)
+        reads = reads || p_.operands[a].var == v;
+      one_pass_ = !reads;
+    }
+  }
+}
+
+template <class R>
+bool Distance<R>::apply_link(std::size_t l) {
+  auto const& [view, o] = links_[l];
+  int const v = p_.operands[view].var;
+  IEEEFloat x = operand_value(p_, val_, o);
+  if (p_.operands[view].neg && !x.is_nan()) x = qorv::swflt::neg(x);
+  x = canonical(x);
+  if (rank_of<R>(x) == ev_.cur[v].lo) return false;
+  set(v, x);
+  return true;
 }
 
 template <class R>
 void Distance<R>::complete() {
   for (std::size_t pass = 0; pass < 4; ++pass) {
     compute_defs();
+    if (one_pass_) break;
     bool changed = false;
-    for (auto const& [view, o] : links_) {
-      int const v = p_.operands[view].var;
-      IEEEFloat x = operand_value(p_, val_, o);
-      if (p_.operands[view].neg && !x.is_nan()) x = qorv::swflt::neg(x);
-      x = canonical(x);
-      if (rank_of<R>(x) == ev_.cur[v].lo) continue;
-      set(v, x);
-      changed = true;
-    }
+    for (std::size_t l = 0; l < links_.size(); ++l)
+      changed = apply_link(l) || changed;
     if (!changed) break;
   }
   ++epoch_;
@@ -76,23 +108,27 @@ void Distance<R>::complete() {
 
 template <class R>
 void Distance<R>::compute_defs() {
-  for (Def const& d : p_.defs) {
+  for (std::size_t i = 0; i < p_.defs.size(); ++i) {
+    Def const& d = p_.defs[i];
     if (!relevant_[d.var]) continue;
     IEEEFloat::format const to = p_.vars[d.var].fmt;
     if (d.op == FpOp::ite) {
       set(d.var, operand_value(p_, val_, d.args[ev_.eval(d.cond) == l_True ? 0 : 1]));
-      continue;
+    } else {
+      std::vector<IEEEFloat> args;
+      args.reserve(d.args.size());
+      for (int o : d.args)
+        args.push_back(operand_value(p_, val_, o));
+      auto const rm =
+          d.rm >= 0 ? rm_of_value(operand_value(p_, val_, d.rm)) : IEEEFloat::rm_nearest_even;
+      // An unspecified result (min or max of two zeros) takes +0, as the
+      // model's completion does when nothing else was proposed.
+      std::optional<IEEEFloat> const r = apply_op(d.op, rm, args, to);
+      set(d.var, r ? *r : IEEEFloat::zero(to, false));
     }
-    std::vector<IEEEFloat> args;
-    args.reserve(d.args.size());
-    for (int o : d.args)
-      args.push_back(operand_value(p_, val_, o));
-    auto const rm =
-        d.rm >= 0 ? rm_of_value(operand_value(p_, val_, d.rm)) : IEEEFloat::rm_nearest_even;
-    // An unspecified result (min or max of two zeros) takes +0, as the
-    // model's completion does when nothing else was proposed.
-    std::optional<IEEEFloat> const r = apply_op(d.op, rm, args, to);
-    set(d.var, r ? *r : IEEEFloat::zero(to, false));
+    if (!after_def_.empty())
+      for (int l : after_def_[i])
+        apply_link(static_cast<std::size_t>(l));
   }
 }
 

@@ -52,8 +52,9 @@ public:
   bool follows(int v) const { return follows_[v] != 0; }
 
   // Computes every relevant Def from the inputs, in the problem's order,
-  // then sets the following inputs and computes again while they change
-  // (a few times at most: each pass settles one more link of a chain).
+  // setting each following input as soon as its target is computed; where
+  // an input is read before its target is known, passes repeat while the
+  // following inputs change (a few at most).
   void complete();
   // The distance of node n from true and from false at the completed point.
   std::pair<double, double> node(int n);
@@ -71,6 +72,8 @@ public:
 private:
   std::pair<double, double> atom(Node const& nd) const;
   void compute_defs();
+  // Sets link l's input from its target; true when the value changed.
+  bool apply_link(std::size_t l);
 
   Problem const& p_;
   std::vector<char> const& relevant_;
@@ -82,6 +85,8 @@ private:
   std::uint64_t epoch_ = 1;
   std::vector<std::pair<int, int>> links_; // (view, operand) of each following input
   std::vector<char> follows_;
+  std::vector<std::vector<int>> after_def_; // links set right after each Def
+  bool one_pass_ = true;                    // see follow()
 };
 
 } // namespace fpsolve

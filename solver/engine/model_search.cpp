@@ -257,20 +257,20 @@ bool ModelSearch<R>::search(std::vector<IEEEFloat> const* seed, std::vector<IEEE
   seed_ = seed ? *seed : std::vector<IEEEFloat>{};
   // The budget, in evaluations: a fixed part (all of it at the first run,
   // an eighth at later ones) of at most `model-search-evals` evaluations
-  // and at most about 2^21 Def computations, so that a problem of many
+  // and at most about 2^20 Def computations, so that a problem of many
   // Defs pays no more at the root than a small one; plus one evaluation
-  // for every `relevant Defs` bounds the propagation asserted since the
-  // last run (an evaluation computes every relevant Def once, a bound costs
-  // at least one projection of one Def), which keeps the search's share of
-  // the time roughly constant.  Counts, not time, so runs repeat.
+  // for every 2 x (relevant Defs) bounds the propagation asserted since
+  // the last run (an evaluation computes every relevant Def once, a bound
+  // costs at least one projection of one Def), which keeps the search's
+  // share of the time roughly constant.  Counts, not time, so runs repeat.
   std::uint64_t defs = 1;
   for (Def const& d : ctx_.p.defs)
     defs += ctx_.relevant[d.var] ? 1 : 0;
   std::uint64_t const fixed =
-      std::min<std::uint64_t>(ctx_.opt.model_search_evals, (1u << 21) / defs);
+      std::min<std::uint64_t>(ctx_.opt.model_search_evals, (1u << 20) / defs);
   std::uint64_t const propagated = ctx_.stats.propagations - propagations_at_last_;
   propagations_at_last_ = ctx_.stats.propagations;
-  budget_ = (runs_ == 1 ? fixed : fixed / 8) + propagated / defs;
+  budget_ = (runs_ == 1 ? fixed : fixed / 8) + propagated / (2 * defs);
   if (!linked_) find_links();
   collect_inputs();
   restart(restart_kind_++ % restart_kinds);
