@@ -44,6 +44,12 @@ Distance<R>::Distance(Problem const& problem, std::vector<char> const& relevant)
 
 template <class R>
 void Distance<R>::set(int v, IEEEFloat const& value) {
+  store(v, value);
+  if (p_.vars[v].def < 0) changed_.push_back(v);
+}
+
+template <class R>
+void Distance<R>::store(int v, IEEEFloat const& value) {
   val_[v] = canonical(value);
   R const r = rank_of<R>(val_[v]);
   ev_.cur[v] = {r, r};
@@ -89,7 +95,8 @@ bool Distance<R>::apply_link(std::size_t l) {
   if (p_.operands[view].neg && !x.is_nan()) x = qorv::swflt::neg(x);
   x = canonical(x);
   if (rank_of<R>(x) == ev_.cur[v].lo) return false;
-  set(v, x);
+  store(v, x);
+  changed_.push_back(v);
   return true;
 }
 
@@ -107,29 +114,76 @@ void Distance<R>::complete() {
 }
 
 template <class R>
-void Distance<R>::compute_defs() {
-  for (std::size_t i = 0; i < p_.defs.size(); ++i) {
-    Def const& d = p_.defs[i];
-    if (!relevant_[d.var]) continue;
-    IEEEFloat::format const to = p_.vars[d.var].fmt;
-    if (d.op == FpOp::ite) {
-      set(d.var, operand_value(p_, val_, d.args[ev_.eval(d.cond) == l_True ? 0 : 1]));
-    } else {
-      std::vector<IEEEFloat> args;
-      args.reserve(d.args.size());
-      for (int o : d.args)
-        args.push_back(operand_value(p_, val_, o));
-      auto const rm =
-          d.rm >= 0 ? rm_of_value(operand_value(p_, val_, d.rm)) : IEEEFloat::rm_nearest_even;
-      // An unspecified result (min or max of two zeros) takes +0, as the
-      // model's completion does when nothing else was proposed.
-      std::optional<IEEEFloat> const r = apply_op(d.op, rm, args, to);
-      set(d.var, r ? *r : IEEEFloat::zero(to, false));
-    }
-    if (!after_def_.empty())
-      for (int l : after_def_[i])
-        apply_link(static_cast<std::size_t>(l));
+void Distance<R>::compute_def(std::size_t i) {
+  ++computed_;
+  Def const& d = p_.defs[i];
+  IEEEFloat::format const to = p_.vars[d.var].fmt;
+  if (d.op == FpOp::ite) {
+    store(d.var, operand_value(p_, val_, d.args[ev_.eval(d.cond) == l_True ? 0 : 1]));
+  } else {
+    std::vector<IEEEFloat> args;
+    args.reserve(d.args.size());
+    for (int o : d.args)
+      args.push_back(operand_value(p_, val_, o));
+    auto const rm =
+        d.rm >= 0 ? rm_of_value(operand_value(p_, val_, d.rm)) : IEEEFloat::rm_nearest_even;
+    // An unspecified result (min or max of two zeros) takes +0, as the
+    // model's completion does when nothing else was proposed.
+    std::optional<IEEEFloat> const r = apply_op(d.op, rm, args, to);
+    store(d.var, r ? *r : IEEEFloat::zero(to, false));
   }
+  if (!after_def_.empty())
+    for (int l : after_def_[i])
+      apply_link(static_cast<std::size_t>(l));
+}
+
+template <class R>
+void Distance<R>::compute_defs() {
+  if (readers_.empty()) {
+    // Which relevant Defs read each variable; an ite's condition may read
+    // any, so with an ite every completion is a whole one.
+    readers_.resize(p_.vars.size());
+    for (std::size_t i = 0; i < p_.defs.size(); ++i) {
+      Def const& d = p_.defs[i];
+      if (!relevant_[d.var]) continue;
+      whole_ = whole_ || d.op == FpOp::ite;
+      for (int o : d.args)
+        if (p_.operands[o].var >= 0) readers_[p_.operands[o].var].push_back(static_cast<int>(i));
+      if (d.rm >= 0 && p_.operands[d.rm].var >= 0)
+        readers_[p_.operands[d.rm].var].push_back(static_cast<int>(i));
+    }
+    mark_.assign(p_.defs.size(), 0);
+  }
+  // The first completion is a whole one: a Def of constants reads no input.
+  if (whole_ || !one_pass_ || !completed_) {
+    for (std::size_t i = 0; i < p_.defs.size(); ++i)
+      if (relevant_[p_.defs[i].var]) compute_def(i);
+    changed_.clear();
+    completed_ = true;
+    return;
+  }
+  // Only the Defs that read a changed input, directly or through other
+  // Defs and following inputs, in the problem's order: a move of one input
+  // of a program with many recomputes one slice of it.
+  ++mark_epoch_;
+  std::vector<int> todo, cone;
+  todo.swap(changed_);
+  while (!todo.empty()) {
+    int const v = todo.back();
+    todo.pop_back();
+    for (int d : readers_[v]) {
+      if (mark_[d] == mark_epoch_) continue;
+      mark_[d] = mark_epoch_;
+      cone.push_back(d);
+      todo.push_back(p_.defs[d].var);
+      for (int l : after_def_.empty() ? std::vector<int>{} : after_def_[d])
+        todo.push_back(p_.operands[links_[l].first].var);
+    }
+  }
+  std::sort(cone.begin(), cone.end());
+  for (int d : cone)
+    compute_def(static_cast<std::size_t>(d));
+  changed_.clear(); // the following inputs set above are already covered
 }
 
 template <class R>

@@ -51,7 +51,8 @@ public:
   void follow(int view, int o);
   bool follows(int v) const { return follows_[v] != 0; }
 
-  // Computes every relevant Def from the inputs, in the problem's order,
+  // Computes every relevant Def that reads an input set since the last
+  // completion (all of them the first time, or with an ite), in order,
   // setting each following input as soon as its target is computed; where
   // an input is read before its target is known, passes repeat while the
   // following inputs change (a few at most).
@@ -61,6 +62,9 @@ public:
   double to_true(int n) { return node(n).first; }
   // The sum of the distances of `roots` from true.
   double of_roots(std::vector<int> const& roots);
+
+  // Def computations so far (the work of the completions).
+  std::uint64_t computed() const { return computed_; }
 
   // Every value of the point: inputs as set, Defs as completed.
   std::vector<IEEEFloat> const& values() const { return val_; }
@@ -72,6 +76,8 @@ public:
 private:
   std::pair<double, double> atom(Node const& nd) const;
   void compute_defs();
+  void compute_def(std::size_t i);
+  void store(int v, IEEEFloat const& value); // a value, without marking it changed
   // Sets link l's input from its target; true when the value changed.
   bool apply_link(std::size_t l);
 
@@ -87,6 +93,15 @@ private:
   std::vector<char> follows_;
   std::vector<std::vector<int>> after_def_; // links set right after each Def
   bool one_pass_ = true;                    // see follow()
+  // Incremental completion: the inputs set since the last one, the Defs
+  // reading each variable, and marks of the Defs to recompute.
+  std::vector<int> changed_;
+  std::vector<std::vector<int>> readers_;
+  std::vector<std::uint64_t> mark_;
+  std::uint64_t mark_epoch_ = 0;
+  bool whole_ = false;     // every completion computes every relevant Def
+  bool completed_ = false; // a whole completion has run
+  std::uint64_t computed_ = 0;
 };
 
 } // namespace fpsolve

@@ -255,22 +255,23 @@ bool ModelSearch<R>::search(std::vector<IEEEFloat> const* seed, std::vector<IEEE
   ++ctx_.stats.model_searches;
   evals_ = 0;
   seed_ = seed ? *seed : std::vector<IEEEFloat>{};
-  // The budget, in evaluations: a fixed part (all of it at the first run,
-  // an eighth at later ones) of at most `model-search-evals` evaluations
-  // and at most about 2^20 Def computations, so that a problem of many
-  // Defs pays no more at the root than a small one; plus one evaluation
-  // for every 2 x (relevant Defs) bounds the propagation asserted since
-  // the last run (an evaluation computes every relevant Def once, a bound
+  // The budget, in Def computations (an evaluation recomputes the Defs
+  // that read the inputs it moved): a fixed part, all of it at the first
+  // run and an eighth at later ones, of `model-search-evals` whole
+  // evaluations but at most 2^20 computations, so that a problem of many
+  // Defs pays no more at the root than a small one; plus one computation
+  // for every 2 bounds the propagation asserted since the last run (a bound
   // costs at least one projection of one Def), which keeps the search's
   // share of the time roughly constant.  Counts, not time, so runs repeat.
   std::uint64_t defs = 1;
   for (Def const& d : ctx_.p.defs)
     defs += ctx_.relevant[d.var] ? 1 : 0;
   std::uint64_t const fixed =
-      std::min<std::uint64_t>(ctx_.opt.model_search_evals, (1u << 20) / defs);
+      std::min<std::uint64_t>(ctx_.opt.model_search_evals * defs, std::uint64_t{1} << 20);
   std::uint64_t const propagated = ctx_.stats.propagations - propagations_at_last_;
   propagations_at_last_ = ctx_.stats.propagations;
-  budget_ = (runs_ == 1 ? fixed : fixed / 8) + propagated / (2 * defs);
+  budget_ = (runs_ == 1 ? fixed : fixed / 8) + propagated / 2;
+  work_at_start_ = dist_.computed();
   if (!linked_) find_links();
   collect_inputs();
   restart(restart_kind_++ % restart_kinds);

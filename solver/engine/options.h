@@ -63,7 +63,7 @@ enum class OptionKind : std::uint8_t { flag, count, seconds, text };
   X(count, clause_growth, "clause-growth", 50, "percent the clause cap grows at each reduction")   \
   X(count, probe_growth, "probe-growth", 2, "the probe runs after 0, 1, g, g^2, ... decisions")    \
   X(count, model_search_evals, "model-search-evals", 10000,                                        \
-    "exact evaluations of the first model search run (an eighth at later runs)")                   \
+    "whole evaluations of the first model search run (an eighth at later ones)")                   \
   X(count, max_nesting, "max-nesting", 1000, "deepest nesting of parentheses read")
 
 namespace detail {
