@@ -113,7 +113,9 @@ template <class R>
 double ModelSearch<R>::evaluate() {
   ++evals_;
   ++ctx_.stats.model_search_evals;
+  std::uint64_t const before = dist_.computed();
   dist_.complete();
+  work_ += 1 + (dist_.computed() - before);
   return dist_.of_roots(ctx_.roots);
 }
 
@@ -271,7 +273,7 @@ bool ModelSearch<R>::search(std::vector<IEEEFloat> const* seed, std::vector<IEEE
   std::uint64_t const propagated = ctx_.stats.propagations - propagations_at_last_;
   propagations_at_last_ = ctx_.stats.propagations;
   budget_ = (runs_ == 1 ? fixed : fixed / 8) + propagated / 2;
-  work_at_start_ = dist_.computed();
+  work_at_start_ = work_;
   if (!linked_) find_links();
   collect_inputs();
   restart(restart_kind_++ % restart_kinds);

@@ -60,9 +60,7 @@ private:
   // does not grow; true when the point moved.
   bool perturb();
   R random_rank(R const& lo, R const& hi);
-  bool spent() const {
-    return dist_.computed() - work_at_start_ >= budget_ || ctx_.out_of_resources();
-  }
+  bool spent() const { return work_ - work_at_start_ >= budget_ || ctx_.out_of_resources(); }
 
   SearchContext& ctx_;
   TrailCache<R> const& tc_;
@@ -77,10 +75,11 @@ private:
   std::uint64_t runs_ = 0;
   std::uint64_t propagations_at_last_ = 0; // the propagations count at the last run
   std::uint64_t evals_ = 0;                // evaluations of this run
-  std::uint64_t budget_ = 0,
-                work_at_start_ = 0; // Def computations: this run's, the count before it
-  unsigned restart_kind_ = 0;       // kinds cycle over the runs
-  bool linked_ = false;             // find_links ran
+  // Work in Def computations, each evaluation counting at least one: the
+  // total, its value when this run started, and this run's budget.
+  std::uint64_t work_ = 0, work_at_start_ = 0, budget_ = 0;
+  unsigned restart_kind_ = 0; // kinds cycle over the runs
+  bool linked_ = false;       // find_links ran
 };
 
 } // namespace fpsolve
