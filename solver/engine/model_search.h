@@ -5,8 +5,9 @@
 // only model sits far from every interval end).
 //
 // Guarantees:
-//   - Every point it visits lies inside the node's intervals and is
-//     evaluated exactly; a point at distance 0 is returned only after the
+//   - The inputs it moves stay inside the node's intervals (an input that
+//     an asserted equality fixes follows its term instead); every point is
+//     evaluated exactly, and one at distance 0 is returned only after the
 //     same exact check as every model (Candidates::verify).
 //   - It reads the search's state and writes none of it (no bound, queue,
 //     clause or decision), so the interval search is the same with or
