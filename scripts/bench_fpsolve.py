@@ -2,7 +2,7 @@
 """fpsolve against z3 and cvc5 on folders of SMT-LIB files.
 
     bench_fpsolve.py [--fpsolve PATH] [--timeout SECONDS] [--out DIR]
-                     [--reuse JSON [--reuse-solvers z3,cvc5]] [DIR...]
+                     [--solvers fpsolve,z3,cvc5] [--reuse JSON [--reuse-solvers z3,cvc5]] [DIR...]
 
 Every .smt2 file under each DIR (read in place, never copied) goes to
 fpsolve, z3 and cvc5, one solver and one problem at a time, each with the
@@ -29,6 +29,10 @@ DIR/fpsolve-bench.md (the table, also printed), DIR/fpsolve-bench.json (every
 run) and DIR/fpsolve-cactus.svg (problems solved within a time, per solver),
 with DIR docs/ by default.
 
+--solvers picks the columns, in order, among fpsolve, fpsolve-no-ms (the
+same binary with --no-model-search, for the table with and without the model
+search from one run), z3 and cvc5; the speed-up column needs z3 and cvc5.
+
 --reuse takes the answers and times of the solvers named by --reuse-solvers
 (z3 and cvc5 by default) from an earlier run's fpsolve-bench.json with the
 same limit, so that after a change to fpsolve only fpsolve runs again; a
@@ -47,7 +51,8 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 ROOT = os.path.dirname(HERE)
 SHARED = os.path.join(ROOT, "..", "shared", "benchmarks", "qf_fp")
 REGRESS = os.path.join(ROOT, "..", "shared", "benchmarks", "fp_regress")
-SOLVERS = ["fpsolve", "z3", "cvc5"]
+KNOWN = ["fpsolve", "fpsolve-no-ms", "z3", "cvc5"]
+SOLVERS = ["fpsolve", "z3", "cvc5"]  # the columns of this run (--solvers)
 GENERATED = [("chain", ["chain 50", "chain 100"]), ("chain-unsat", ["chain-unsat 50", "chain-unsat 100"]),
              ("many", ["many 50", "many 200"]), ("wide", ["wide 50", "wide 100"]),
              ("arith", ["arith %d" % s for s in range(1, 21)])]
@@ -72,6 +77,8 @@ def generate(out):
 def command(solver, fpsolve, path):
     if solver == "fpsolve":
         return [fpsolve, path]
+    if solver == "fpsolve-no-ms":
+        return [fpsolve, "--no-model-search", path]
     if solver == "z3":
         return ["z3", path]
     return ["cvc5", "--fp-exp", "--incremental", "--lang=smt2", path]
@@ -139,7 +146,7 @@ def summarize(rows, limit):
         par2 = sum(r["seconds"][s] if r in solved else 2 * limit for r in rows)
         out[s] = {"solved": len(solved), "wrong": len(wrong), "par2": par2}
     ratios = []
-    for r in rows:
+    for r in rows if {"z3", "cvc5"} <= set(SOLVERS) else []:
         ok = all(definite(r["answers"][s]) and r["expected"] in (None, r["answers"][s]) for s in SOLVERS)
         if ok:
             ratios.append(min(r["seconds"]["z3"], r["seconds"]["cvc5"]) / max(r["seconds"]["fpsolve"], 1e-3))
@@ -149,15 +156,14 @@ def summarize(rows, limit):
 
 
 def table(families, limit):
-    lines = ["| family | problems | fpsolve solved / wrong | z3 solved / wrong | cvc5 solved / wrong "
-             "| PAR-2 fpsolve / z3 / cvc5 (s) | all solve | median speed-up vs faster peer |",
-             "|---|---|---|---|---|---|---|---|"]
+    lines = ["| family | problems | " + " | ".join("%s solved / wrong" % x for x in SOLVERS) +
+             " | PAR-2 %s (s) | all solve | median speed-up vs faster peer |" % " / ".join(SOLVERS),
+             "|---|---|" + "---|" * len(SOLVERS) + "---|---|---|"]
     for name, s in families:
         med = "-" if s["median_speedup"] is None else "%.2fx" % s["median_speedup"]
-        lines.append("| %s | %d | %d / %d | %d / %d | %d / %d | %.0f / %.0f / %.0f | %d | %s |" % (
-            name, s["problems"], s["fpsolve"]["solved"], s["fpsolve"]["wrong"], s["z3"]["solved"],
-            s["z3"]["wrong"], s["cvc5"]["solved"], s["cvc5"]["wrong"], s["fpsolve"]["par2"],
-            s["z3"]["par2"], s["cvc5"]["par2"], s["all_solve"], med))
+        lines.append("| %s | %d | %s | %s | %d | %s |" % (
+            name, s["problems"], " | ".join("%d / %d" % (s[x]["solved"], s[x]["wrong"]) for x in SOLVERS),
+            " / ".join("%.0f" % s[x]["par2"] for x in SOLVERS), s["all_solve"], med))
     return "\n".join(lines)
 
 
@@ -166,7 +172,7 @@ def cactus(rows, limit, path):
     time against k."""
     w, h, pad = 640, 400, 50
     n = max(1, len(rows))
-    colors = {"fpsolve": "#d62728", "z3": "#1f77b4", "cvc5": "#2ca02c"}
+    colors = {"fpsolve": "#d62728", "fpsolve-no-ms": "#ff7f0e", "z3": "#1f77b4", "cvc5": "#2ca02c"}
     parts = ['<svg xmlns="http://www.w3.org/2000/svg" width="%d" height="%d" font-family="sans-serif" '
              'font-size="12">' % (w, h),
              '<rect width="100%" height="100%" fill="white"/>',
@@ -203,7 +209,11 @@ def main():
     ap.add_argument("--out", default=os.path.join(ROOT, "docs"))
     ap.add_argument("--reuse", help="fpsolve-bench.json of an earlier run with the same limit")
     ap.add_argument("--reuse-solvers", default="z3,cvc5")
+    ap.add_argument("--solvers", default="fpsolve,z3,cvc5")
     args = ap.parse_args()
+    SOLVERS[:] = args.solvers.split(",")
+    if not set(SOLVERS) <= set(KNOWN) or "fpsolve" not in SOLVERS:
+        sys.exit("bench_fpsolve: --solvers takes fpsolve and names among " + ", ".join(KNOWN))
     earlier, reused = {}, set()
     if args.reuse:
         with open(args.reuse) as f:

@@ -52,6 +52,7 @@ enum class OptionKind : std::uint8_t { flag, count, seconds, text };
   X(flag, check, "check", false, "cross-check the search state against the trail at every step")   \
   /* the search's parts, for A/B runs */                                                           \
   X(flag, probe, "probe", true, "run the model probe")                                             \
+  X(flag, model_search, "model-search", true, "run the model search guided by distance")           \
   X(flag, learning, "learning", true, "learn clauses on conflicts and jump back")                  \
   X(flag, big_ranks, "big-ranks", false, "GMP ranks even where 128-bit ranks suffice")             \
   X(flag, compact_trail, "compact-trail", true,                                                    \
@@ -67,6 +68,8 @@ enum class OptionKind : std::uint8_t { flag, count, seconds, text };
   X(count, clause_cap, "clause-cap", 4000, "learned clauses kept before the older half goes")      \
   X(count, clause_growth, "clause-growth", 50, "percent the clause cap grows at each reduction")   \
   X(count, probe_growth, "probe-growth", 2, "the probe runs after 0, 1, g, g^2, ... decisions")    \
+  X(count, model_search_evals, "model-search-evals", 10000,                                        \
+    "whole evaluations of the first model search run (an eighth at later ones)")                   \
   X(count, max_nesting, "max-nesting", 1000, "deepest nesting of parentheses read")
 
 namespace detail {

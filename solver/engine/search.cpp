@@ -18,7 +18,8 @@ Search<R>::Search(Problem& problem, Options const& options)
       propagation_(ctx_, queue_, atoms_, defs_, clauses_, graph_),
       learner_(ctx_, tc_, queue_, propagation_, clauses_), candidates_(ctx_, tc_),
       heuristic_(tc_.domain, tc_.trail, manager_), choice_(tc_.domain, tc_.trail),
-      prober_(ctx_, tc_, queue_, propagation_, candidates_, manager_) {}
+      prober_(ctx_, tc_, queue_, propagation_, candidates_, manager_),
+      model_search_(ctx_, tc_, candidates_) {}
 
 template <class R>
 void Search<R>::trace_backtrack() {
@@ -80,10 +81,13 @@ Result Search<R>::run() {
         // candidate can only succeed where the assertions are true over the
         // intervals (then every value of the box is a model), so it is tried
         // only there; the probe narrows first, so it is worth a try anywhere.
+        // The model search starts, among other points, from the values the
+        // probe or the candidate left in m.
         std::vector<IEEEFloat> m;
         bool const candidate = s == l_True || !p.defs.empty();
         if ((candidate && candidates_.try_candidate(&m)) ||
-            (ctx_.opt.probe && prober_.due() && prober_.probe(&m))) {
+            (ctx_.opt.probe && prober_.due() && prober_.probe(&m)) ||
+            (ctx_.opt.model_search && model_search_.due() && model_search_.search(&m, &m))) {
           res.answer = Answer::sat;
           res.model = std::move(m);
           break;

@@ -11,6 +11,7 @@
 //   learning.h          learned clauses and what follows a conflict
 //   candidates.h        the candidate models and their exact check
 //   probe.h             the model probe
+//   model_search.h      the model search guided by distance
 //
 // The loop (run) is: deduce, evaluate, then on a conflict resolve it
 // (learning.h), else decide with FpIntervalDecisionHeuristic::decide().
@@ -22,6 +23,7 @@
 #pragma once
 
 #include "engine/learning.h"
+#include "engine/model_search.h"
 #include "engine/probe.h"
 #include "engine/propagation.h"
 #include "engine/solve.h"
@@ -54,6 +56,7 @@ private:
   qorv::fp::FpIntervalDecisionHeuristic heuristic_;
   qorv::fp::FpIntervalChoiceHeuristic choice_;
   Prober<R> prober_;
+  ModelSearch<R> model_search_;
 };
 
 } // namespace fpsolve

@@ -24,11 +24,15 @@ namespace fpsolve {
   X(count, levels_skipped, "levels-skipped", "levels undone beyond the last by backjumps")         \
   X(count, probes, "probes", "model probes (dives undone afterwards)")                             \
   X(count, chain_jumps, "chain-jumps", "comparison chains jumped to their fixpoint")               \
+  X(count, model_searches, "model-searches", "model search runs")                                  \
+  X(count, model_search_evals, "model-search-evals", "points the model search evaluated exactly")  \
+  X(count, model_search_restarts, "model-search-restarts", "starting points of the model search")  \
   X(count, model_checks, "model-checks", "candidate models checked exactly")                       \
   X(time, parse_time, "parse-time", "reading and elaborating the script")                          \
   X(time, propagation_time, "propagation-time", "propagation rounds")                              \
   X(time, learning_time, "learning-time", "learning clauses and jumping back")                     \
   X(time, probe_time, "probe-time", "model probes")                                                \
+  X(time, model_search_time, "model-search-time", "the model search")                              \
   X(time, check_time, "model-check-time", "exact evaluation of candidate models")                  \
   X(time, seconds, "time", "the whole check-sat")
 

@@ -66,11 +66,13 @@ TEST(SolverApi, OptionsComeFromTheOptionTable) {
   EXPECT_EQ(s.get_option("max-decisions"), "0");
   s.set_option("max-decisions", "1");
   s.set_option("probe", "false");
+  s.set_option("model-search", "false");
   EXPECT_EQ(s.get_option("probe"), "false");
   EXPECT_THROW(s.set_option("max-decisions", "-1"), std::invalid_argument);
   EXPECT_THROW(s.set_option("no-such-option", "1"), std::invalid_argument);
   EXPECT_EQ(s.get_option("max-decisions"), "1"); // a rejected value changes nothing
-  // Without the probe, a product's model takes more than one decision.
+  // Without the probe and the model search, a product's model takes more
+  // than one decision.
   s.declare_fp("x", {8, 24});
   s.declare_fp("y", {8, 24});
   s.assert_formula("(and (fp.lt x y) (fp.eq (fp.mul RNE x y) ((_ to_fp 8 24) RNE 7.0)))");
