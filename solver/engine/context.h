@@ -58,6 +58,14 @@ struct SearchContext {
   std::vector<char> relevant;
   qorv::hsh::HashMap<qorv::Term const*, int> var_of_term;
   std::vector<Level> levels; // the decisions, lowest first
+  // The atom selectors (atom_decisions.h): variables from first_selector on,
+  // whose link roots follow the assertions in `roots`.
+  int first_selector = static_cast<int>(p.vars.size());
+  std::vector<int> links;
+  // Per variable: how much the learned clauses have involved it (VSIDS:
+  // each literal adds activity_step, which grows by 1/0.95 per clause).
+  std::vector<double> activity = std::vector<double>(p.vars.size(), 0.0);
+  double activity_step = 1.0;
 };
 
 } // namespace fpsolve

@@ -13,12 +13,32 @@ namespace fpsolve {
 
 template <class R>
 Search<R>::Search(Problem& problem, Options const& options)
-    : ctx_(problem, options), tc_(problem, ctx_, queue_), graph_(problem),
-      atoms_(ctx_, tc_, graph_), defs_(ctx_, tc_, atoms_), clauses_(ctx_, tc_, queue_),
+    : selectors_(problem, options.atom_decisions), ctx_(problem, options),
+      tc_(problem, ctx_, queue_), graph_(problem), atoms_(ctx_, tc_, graph_),
+      defs_(ctx_, tc_, atoms_), clauses_(ctx_, tc_, queue_),
       propagation_(ctx_, queue_, atoms_, defs_, clauses_, graph_),
       learner_(ctx_, tc_, queue_, propagation_, clauses_), candidates_(ctx_, tc_),
       heuristic_(tc_.domain, tc_.trail, manager_), choice_(tc_.domain, tc_.trail),
-      prober_(ctx_, tc_, queue_, propagation_, candidates_, manager_) {}
+      prober_(ctx_, tc_, queue_, propagation_, candidates_, manager_),
+      decider_(ctx_, tc_, selectors_) {
+  ctx_.first_selector = selectors_.first;
+  ctx_.links = selectors_.links;
+  ctx_.stats.selectors = selectors_.decidable.size();
+}
+
+template <class R>
+qorv::FpBoundElement* Search<R>::decide_atom(bool after_splits, int* var) {
+  typename AtomDecider<R>::Choice const c =
+      after_splits ? decider_.open_selector() : decider_.pick();
+  if (c.var < 0) return nullptr;
+  ++ctx_.stats.decisions;
+  ++ctx_.stats.atom_decisions;
+  *var = c.var;
+  // True: "s >= -oo", the least value above NaN; false: "s <= NaN".
+  R const nan = tc_.ev.format_of_var(c.var).nan;
+  IEEEFloat const value = value_of(c.truth ? R(nan + 1) : nan, ctx_.p.vars[c.var].fmt);
+  return tc_.domain.new_FpBoundElement(c.truth, ctx_.p.vars[c.var].term, value);
+}
 
 template <class R>
 void Search<R>::trace_backtrack() {
@@ -62,7 +82,10 @@ Result Search<R>::run() {
   for (;;) {
     if (ctx_.checking) check_invariants();
     if (ok) {
-      lbool const s = tc_.ev.eval_all(ctx_.roots);
+      // The assertions decide sat; a false link (a selector against its
+      // atom) is a conflict as well.
+      lbool s = tc_.ev.eval_all(p.assertions);
+      if (s != l_False && tc_.ev.eval_all(ctx_.links) == l_False) s = l_False;
       if (s != l_False) {
         // The picked inputs with every term computed exactly: sat when they
         // satisfy the assertions.  With every value single, a failure can
@@ -113,11 +136,25 @@ Result Search<R>::run() {
       res.reason_unknown = decisions_out ? "resourceout" : "timeout";
       break;
     }
+    int atom_var = -1;
+    if (qorv::FpBoundElement* a = decide_atom(false, &atom_var)) {
+      ctx_.levels.push_back(Level{tc_.trail.size(), atom_var, a->flag(), a->value});
+      ok = tc_.assert_element(a, atom_var) && propagation_.deduce();
+      continue;
+    }
     qorv::FpBoundElement* e = heuristic_.decide();
-    // Undetermined assertions leave some search variable with more than one
-    // value (with every interval a single value, evaluation is exact).
-    if (tc_.domain.is_no_decision(e))
+    if (tc_.domain.is_no_decision(e)) {
+      // Every value single: the selectors of atoms that stopped mattering are
+      // settled last (with every value single, their atoms are known).
+      if (qorv::FpBoundElement* a = decide_atom(true, &atom_var)) {
+        ctx_.levels.push_back(Level{tc_.trail.size(), atom_var, a->flag(), a->value});
+        ok = tc_.assert_element(a, atom_var) && propagation_.deduce();
+        continue;
+      }
+      // Undetermined assertions leave some search variable with more than
+      // one value (with every interval a single value, evaluation is exact).
       qorv::invariant_violated("fpsolve search", "no decision while an assertion is undetermined");
+    }
     int const v = ctx_.var_of_term[e->term()];
     R const r = rank_of<R>(e->value);
     auto const& cur = tc_.ev.cur[v];
@@ -139,6 +176,8 @@ Result Search<R>::run() {
   tc_.backtrack_to(0);
   std::chrono::duration<double> const d = std::chrono::steady_clock::now() - ctx_.start;
   stats.seconds = d.count();
+  if (res.model.size() > static_cast<std::size_t>(selectors_.first)) // selectors are no inputs
+    res.model.erase(res.model.begin() + selectors_.first, res.model.end());
   res.stats = stats;
   return res;
 }

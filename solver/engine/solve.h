@@ -63,6 +63,19 @@ struct Result {
   Stats stats;
 };
 
+// A literal of a learned clause as Options::learned_clause_hook sees it:
+// "var >= value" when `lower`, else "var <= value" (in the packed order,
+// NaN lowest); or, when `atom` is a node, "atom" when `lower`, else
+// "not atom" (a decision on an atom, atom_decisions.h).
+struct LearnedLiteral {
+  int var = -1; // -1 for an atom
+  int atom = -1;
+  bool lower = true;
+  IEEEFloat value;
+};
+
+// Solves the assertions of p.  With atom decisions on, p is extended for
+// the duration of the search and restored before the return.
 Result solve(Problem& p, Options const& options);
 
 // Exact values under a model (every input variable one value; the values
