@@ -8,8 +8,16 @@ namespace fpsolve {
 
 namespace {
 
-bool is_atom(Op op) {
-  return op == Op::bvar || op >= Op::leq;
+// A Boolean variable or an atom that relates two terms.  An atom on one
+// term (a classification, a comparison with a constant or of a term with
+// itself) holds on a union of rank ranges of that term: value splits settle
+// it as well, and deciding it only cuts the term's interval into pieces that
+// the value search then has to refute one by one.
+bool relates_terms(Problem const& p, Node const& nd) {
+  if (nd.op == Op::bvar) return true;
+  if (nd.op < Op::leq || nd.b < 0) return false;
+  int const a = p.operands[nd.a].var, b = p.operands[nd.b].var;
+  return a >= 0 && b >= 0 && a != b;
 }
 
 bool is_connective(Op op) {
@@ -73,7 +81,7 @@ AtomSelectors::AtomSelectors(Problem& p, bool enabled)
     if (seen[n]) continue;
     seen[n] = 1;
     Node const& nd = p.nodes[n];
-    if (!forced[n] && (is_atom(nd.op) || (cond[n] && is_connective(nd.op)))) {
+    if (!forced[n] && (relates_terms(p, nd) || (cond[n] && is_connective(nd.op)))) {
       decidable_of[n] = static_cast<int>(decidable.size());
       decidable.push_back(Decidable{n, nd.op == Op::bvar ? nd.a : -1, pol});
     }
@@ -142,7 +150,7 @@ void AtomDecider<R>::walk(int root) {
 }
 
 template <class R>
-typename AtomDecider<R>::Choice AtomDecider<R>::pick() {
+typename AtomDecider<R>::Choice AtomDecider<R>::pick(std::vector<IEEEFloat> const& witness) {
   if (sel_.decidable.empty()) return {};
   ++stamp_;
   best_ = -1;
@@ -151,6 +159,14 @@ typename AtomDecider<R>::Choice AtomDecider<R>::pick() {
   for (int n : sel_.def_conds)
     walk(n);
   if (best_ < 0) return {};
+  if (witness.size() == exact_.cur.size()) {
+    for (std::size_t v = 0; v < witness.size(); ++v) {
+      R const r = rank_of<R>(canonical(witness[v]));
+      exact_.cur[v] = {r, r};
+    }
+    lbool const w = exact_.eval(sel_.decidable[best_].node);
+    if (w != l_Undef) phase_[best_] = w == l_True;
+  }
   return Choice{sel_.decidable[best_].var, phase_[best_] != 0};
 }
 

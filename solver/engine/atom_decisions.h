@@ -68,7 +68,7 @@ template <class R>
 class AtomDecider {
 public:
   AtomDecider(SearchContext& ctx, TrailCache<R> const& tc, AtomSelectors const& sel)
-      : ctx_(ctx), tc_(tc), sel_(sel), seen_(ctx.p.nodes.size(), 0) {
+      : ctx_(ctx), tc_(tc), sel_(sel), seen_(ctx.p.nodes.size(), 0), exact_(ctx.p) {
     for (AtomSelectors::Decidable const& d : sel.decidable)
       phase_.push_back(d.positive);
   }
@@ -77,8 +77,9 @@ public:
     int var = -1; // -1: nothing to decide
     bool truth = true;
   };
-  // The next atom decision (see above).
-  Choice pick();
+  // The next atom decision (see above); the truth value is the one the
+  // node has under `witness` (one exact value per variable) when given.
+  Choice pick(std::vector<IEEEFloat> const& witness);
   // An undetermined selector, with the value its node has, or the saved one.
   Choice open_selector();
 
@@ -92,6 +93,7 @@ private:
   std::vector<char> phase_;
   std::vector<unsigned> seen_; // seen_[n] == stamp_: visited by this pick
   std::vector<int> todo_;
+  Evaluator<R> exact_; // loaded with a witness: evaluates exactly
   unsigned stamp_ = 0;
   int best_ = -1;
 };

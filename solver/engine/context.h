@@ -33,9 +33,11 @@ struct Level {
 struct SearchContext {
   SearchContext(Problem const& problem, Options const& options) : p(problem), opt(options) {}
 
-  // The time or decision limit is reached (the caller answers unknown).
+  // The time or decision limit is reached (the caller answers unknown); the
+  // limit counts value splits and atom decisions alike.
   bool out_of_resources() const {
-    if (opt.max_decisions && stats.decisions >= opt.max_decisions) return true;
+    if (opt.max_decisions && stats.decisions + stats.atom_decisions >= opt.max_decisions)
+      return true;
     if (opt.timeout > 0) {
       std::chrono::duration<double> const d = std::chrono::steady_clock::now() - start;
       if (d.count() >= opt.timeout) return true;

@@ -28,10 +28,12 @@ Search<R>::Search(Problem& problem, Options const& options)
 
 template <class R>
 qorv::FpBoundElement* Search<R>::decide_atom(bool after_splits, int* var) {
+  // Without Defs the picks are the candidate's exact values; with Defs the
+  // failed candidate left its exact values in witness_.
+  if (witness_.empty() && !after_splits) witness_ = candidates_.model();
   typename AtomDecider<R>::Choice const c =
-      after_splits ? decider_.open_selector() : decider_.pick();
+      after_splits ? decider_.open_selector() : decider_.pick(witness_);
   if (c.var < 0) return nullptr;
-  ++ctx_.stats.decisions;
   ++ctx_.stats.atom_decisions;
   *var = c.var;
   // True: "s >= -oo", the least value above NaN; false: "s <= NaN".
@@ -95,8 +97,9 @@ Result Search<R>::run() {
         // candidate can only succeed where the assertions are true over the
         // intervals (then every value of the box is a model), so it is tried
         // only there; the probe narrows first, so it is worth a try anywhere.
-        std::vector<IEEEFloat> m;
+        std::vector<IEEEFloat>& m = witness_;
         bool const candidate = s == l_True || !p.defs.empty();
+        m.clear();
         if ((candidate && candidates_.try_candidate(&m)) ||
             (ctx_.opt.probe && prober_.due() && prober_.probe(&m))) {
           res.answer = Answer::sat;
@@ -131,8 +134,8 @@ Result Search<R>::run() {
       continue;
     }
     if (ctx_.out_of_resources()) {
-      bool const decisions_out =
-          ctx_.opt.max_decisions && stats.decisions >= ctx_.opt.max_decisions;
+      bool const decisions_out = ctx_.opt.max_decisions &&
+                                 stats.decisions + stats.atom_decisions >= ctx_.opt.max_decisions;
       res.reason_unknown = decisions_out ? "resourceout" : "timeout";
       break;
     }

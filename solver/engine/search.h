@@ -63,6 +63,7 @@ private:
   qorv::fp::FpIntervalChoiceHeuristic choice_;
   Prober<R> prober_;
   AtomDecider<R> decider_;
+  std::vector<IEEEFloat> witness_; // the node's candidate model, exact, when there is one
 };
 
 } // namespace fpsolve

@@ -14,7 +14,7 @@ namespace fpsolve {
 
 // X(kind, field, name, help); kind is count or time.
 #define FPSOLVE_STATS(X)                                                                           \
-  X(count, decisions, "decisions", "decisions: value splits and atom decisions")                   \
+  X(count, decisions, "decisions", "value splits asked of the decision heuristic")                 \
   X(count, atom_decisions, "atom-decisions", "decisions on the truth of an atom or condition")     \
   X(count, selectors, "atom-selectors", "atoms and conditions open to atom decisions")             \
   X(count, nan_decisions, "nan-first-decisions", "'is it NaN?' decisions")                         \

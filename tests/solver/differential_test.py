@@ -2,6 +2,7 @@
 """fpsolve against z3 and cvc5 on generated problems.
 
     differential_test.py FPSOLVE [COUNT] [FIRST_SEED] [JOBS] [ARITH_COUNT] [ARITH_TIMEOUT]
+                         [BOOLEAN_COUNT]
 
 For each seed, the problem from gen_problems.py goes to fpsolve, z3 and cvc5;
 all answers must be the same sat/unsat (a case where z3 or cvc5 gives up is
@@ -9,7 +10,11 @@ skipped).  COUNT problems of comparisons come from the 'random' family, where
 fpsolve may never give up; ARITH_COUNT (default 0) more from the 'arith'
 family (arithmetic and conversions over (3,4), (3,5), Float16, (4,12),
 Float32 and Float64), where fpsolve runs with --timeout ARITH_TIMEOUT
-(default 10 s) and may answer unknown on at most a tenth of them.  fpsolve
+(default 10 s) and may answer unknown on at most a tenth of them;
+BOOLEAN_COUNT (default 0) more from the 'boolean' family (the same
+arithmetic under disjunctions, xor, =>, = and ite, several Boolean
+variables, formats from (2,3) to Float64) on the same terms, with the peers
+limited to 3 s so that the family stays cheap in CI.  fpsolve
 checks every model exactly before it answers sat (exit status 3 otherwise,
 a failure here); every model is also fixed into the problem (one
 (assert (= x value)) per constant) and z3 must find the result satisfiable.
@@ -44,19 +49,21 @@ def first_line(out):
     return out.strip().split("\n")[0] if out.strip() else "(no output)"
 
 
-def check(fpsolve, seed, arith_timeout=None):
+def check(fpsolve, seed, arith_timeout=None, family="arith"):
+    peer_limit = 3 if family == "boolean" else 10
     if arith_timeout is None:
         text = gen.Random(seed).text()
         out = run([fpsolve, "--check", "-"], text + "(get-model)\n", 60)
     else:
-        text = gen.Arith(seed).text()
+        text = (gen.Boolean if family == "boolean" else gen.Arith)(seed).text()
         out = run([fpsolve, "--check", "--timeout", str(arith_timeout), "-"], text + "(get-model)\n",
                   arith_timeout + 60)
     mine = first_line(out)
     if arith_timeout is not None and mine == "unknown":
         return "fpsolve-unknown %d" % seed
-    z3 = first_line(run(["z3", "-T:10", "-in"], text, 20))
-    cvc5 = first_line(run(["cvc5", "--fp-exp", "--tlimit=10000", "--lang=smt2"], text, 20))
+    z3 = first_line(run(["z3", "-T:%d" % peer_limit, "-in"], text, 2 * peer_limit))
+    cvc5 = first_line(run(["cvc5", "--fp-exp", "--tlimit=%d" % (1000 * peer_limit), "--lang=smt2"],
+                          text, 2 * peer_limit))
     if mine not in ("sat", "unsat"):
         return "FAIL seed %d: fpsolve answered %r" % (seed, mine)
     others = [a for a in (z3, cvc5) if a in ("sat", "unsat")]
@@ -90,14 +97,16 @@ def main(argv):
     jobs = int(argv[4]) if len(argv) > 4 else 2
     arith = int(argv[5]) if len(argv) > 5 else 0
     arith_timeout = float(argv[6]) if len(argv) > 6 else 10.0
+    boolean = int(argv[7]) if len(argv) > 7 else 0
     failures = []
-    for family, n, t in (("random", count, None), ("arith", arith, arith_timeout)):
+    for family, n, t in (("random", count, None), ("arith", arith, arith_timeout),
+                         ("boolean", boolean, arith_timeout)):
         if n == 0:
             continue
         tally = {}
         unknown = []
         with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
-            for r in pool.map(lambda s: check(fpsolve, s, t), range(first, first + n)):
+            for r in pool.map(lambda s: check(fpsolve, s, t, family), range(first, first + n)):
                 if r.startswith("FAIL"):
                     failures.append(r)
                     r = "fail"
