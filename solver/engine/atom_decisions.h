@@ -1,14 +1,19 @@
 // Decisions on the truth of atoms: the Boolean side of the search.
 //
-// A decidable node is an atom (comparison, equality, classification), a
-// Boolean variable or the condition of an ite (Boolean or floating-point)
-// that occurs under the assertions other than as a conjunct: a node that the
+// A decidable node is an atom that relates two terms (a comparison or an
+// equality of two variables' views), a Boolean variable, or a connective
+// that is the condition of an ite (Boolean or floating-point), occurring
+// under the assertions other than as a conjunct: a node that the
 // assertions force through `and` and `not` alone is propagated, never
-// decided.  Every decidable node other than a Boolean variable gets a
-// selector: a fresh Boolean variable s and a link root "s = node" that the
-// propagation round treats like an assertion.  So deciding the node is
-// deciding a bound of s ("s >= -oo" for true, "s <= NaN" for false), and
-// the trail, the decision levels, learning and the backjumps need nothing
+// decided.  An atom on one term (a classification, a comparison with a
+// constant) is left to the value splits, which settle it by narrowing that
+// term: deciding it would only cut the term's interval into pieces that the
+// value search refutes one by one (spark's assoc_add: is_finite as three
+// classifications per term, solved after 16 splits without atom decisions,
+// unknown at 20 s when they were decided).  Every decidable node other than a Boolean variable gets
+// a selector: a fresh Boolean variable s and a link root "s = node" that the propagation round
+// treats like an assertion.  So deciding the node is deciding a bound of s ("s >= -oo" for true, "s
+// <= NaN" for false), and the trail, the decision levels, learning and the backjumps need nothing
 // new: a learned clause over selectors' bounds is a clause over atoms, and
 // a node settled by the intervals settles its selector through the link.
 //
@@ -25,8 +30,10 @@
 // depth-first walk from the assertions, so the structure is split top
 // down.  Activity is bumped for every literal of a learned clause and
 // decays by 5% per clause (VSIDS), so the atoms the conflicts involve come
-// first.  The truth value is the one the node last had (phase saving), at
-// first the polarity of its first occurrence.  Value splits come from the
+// first.  The truth value is the one the node has under the node's
+// candidate model (its picks with every term computed exactly), so the
+// decided atoms tend to stay jointly satisfiable; else the one it last had
+// (phase saving), at first the polarity of its first occurrence.  Value splits come from the
 // decision heuristic only once no decidable node is open; selectors of
 // nodes that no longer matter are settled after the value splits, with the
 // value their node has by then (open_selector).
@@ -55,7 +62,7 @@ public:
   };
   std::vector<Decidable> decidable; // in depth-first order from the assertions
   std::vector<int> decidable_of;    // per node: its index in `decidable`, or -1
-  std::vector<int> links;           // the link roots "s = node"
+  std::vector<int> links;           // links[i]: the link root "s = node" of selector first + i
   std::vector<int> def_conds;       // the conditions of the ite Defs the assertions reach
   int first = 0;                    // the first selector variable
 

@@ -58,6 +58,8 @@ enum class OptionKind : std::uint8_t { flag, count, seconds, text };
   X(flag, learning, "learning", true, "learn clauses on conflicts and jump back")                  \
   X(flag, atom_decisions, "atom-decisions", true,                                                  \
     "decide the truth of atoms before splitting values")                                           \
+  X(count, atom_delay, "atom-delay", 1,                                                            \
+    "conflicts of the value search before atom decisions start (from the root)")                   \
   X(flag, big_ranks, "big-ranks", false, "GMP ranks even where 128-bit ranks suffice")             \
   /* tuning */                                                                                     \
   X(count, propagation_budget, "propagation-budget", 32,                                           \

@@ -21,6 +21,7 @@ Search<R>::Search(Problem& problem, Options const& options)
       heuristic_(tc_.domain, tc_.trail, manager_), choice_(tc_.domain, tc_.trail),
       prober_(ctx_, tc_, queue_, propagation_, candidates_, manager_),
       decider_(ctx_, tc_, selectors_) {
+  atoms_on_ = options.atom_decisions && options.atom_delay == 0;
   ctx_.first_selector = selectors_.first;
   ctx_.links = selectors_.links;
   ctx_.stats.selectors = selectors_.decidable.size();
@@ -130,6 +131,18 @@ Result Search<R>::run() {
         res.answer = Answer::unsat;
         break;
       }
+      if (!atoms_on_ && ctx_.opt.atom_decisions && stats.backtracks >= ctx_.opt.atom_delay &&
+          !selectors_.decidable.empty()) {
+        // The value search meets conflicts: from here on the Boolean
+        // structure is decided first, from the root, with what was learned.
+        atoms_on_ = true;
+        ++stats.atom_restarts;
+        tc_.backtrack_to(ctx_.levels.front().trail_length);
+        ctx_.levels.clear();
+        queue_.enqueue_all();
+        ok = propagation_.deduce();
+        continue;
+      }
       ok = learner_.resolve_conflict();
       continue;
     }
@@ -140,7 +153,7 @@ Result Search<R>::run() {
       break;
     }
     int atom_var = -1;
-    if (qorv::FpBoundElement* a = decide_atom(false, &atom_var)) {
+    if (qorv::FpBoundElement* a = atoms_on_ ? decide_atom(false, &atom_var) : nullptr) {
       ctx_.levels.push_back(Level{tc_.trail.size(), atom_var, a->flag(), a->value});
       ok = tc_.assert_element(a, atom_var) && propagation_.deduce();
       continue;

@@ -64,6 +64,7 @@ private:
   Prober<R> prober_;
   AtomDecider<R> decider_;
   std::vector<IEEEFloat> witness_; // the node's candidate model, exact, when there is one
+  bool atoms_on_ = false;          // atom decisions have started (after atom-delay conflicts)
 };
 
 } // namespace fpsolve

@@ -6,8 +6,12 @@
 // Boolean structure narrows intervals by the atoms it forces; each Def
 // narrows its result forward from its operands (engine/projection.h) and its
 // operands backward by shaving their ends with the same projection.
-// Decisions come only from FpIntervalDecisionHeuristic::decide() (inputs
-// first, terms' results second) and are asserted on the trail.  On a
+// Decisions settle the Boolean structure first: the truth of an open atom
+// that relates two terms, of a Boolean variable or of an ite condition
+// (engine/atom_decisions.h; the `atom-decisions` option); value splits come
+// only from FpIntervalDecisionHeuristic::decide() (inputs first, terms'
+// results second) once no such atom is open.  Both are asserted on the
+// trail (an atom through a selector variable linked to it).  On a
 // conflict the search learns a clause over bound literals: the complements
 // of the decisions (a lower bound at m becomes an upper bound at the value
 // just below m, and the other way round), without those that the conflict
