@@ -116,18 +116,27 @@ TEST(AtomDecisions, LearnedClausesHoldInEveryModelAndAnswersMatchEnumeration) {
     std::vector<std::vector<LearnedLiteral>> learned;
     Options opt;
     opt.check = true;
-    opt.probe = false; // sat from the search, so more of it is exercised
+    opt.probe = false;  // sat from the search, so more of it is exercised
+    opt.atom_delay = 0; // atom decisions from the start
     opt.learned_clause_hook = [&](std::span<LearnedLiteral const> c) {
       learned.emplace_back(c.begin(), c.end());
     };
     Result const with = solve(p, opt);
-    opt.atom_decisions = false;
     opt.learned_clause_hook = nullptr;
+    opt.atom_delay = Options().atom_delay;
+    Result const delayed = solve(p, opt);
+    opt.atom_decisions = false;
     Result const without = solve(p, opt);
     ASSERT_NE(with.answer, Answer::unknown) << text;
     ASSERT_EQ(with.answer, without.answer) << text;
+    ASSERT_EQ(delayed.answer, without.answer) << text;
     ASSERT_EQ(with.model.size(), with.answer == Answer::sat ? p.vars.size() : 0u)
         << "selectors leaked into the model";
+    for (Result const* r : {&with, &delayed}) {
+      if (r->answer != Answer::sat) continue;
+      for (int a : p.assertions)
+        ASSERT_TRUE(eval_bool(p, r->model, a)) << "a model fails: " << text;
+    }
     atom_decisions += static_cast<int>(with.stats.atom_decisions);
     bool any_model = false;
     for_each_assignment(p, [&](Evaluator<mpz_class> const& ev) {
