@@ -29,6 +29,7 @@ Search<R>::Search(Problem& problem, Options const& options)
 
 template <class R>
 qorv::FpBoundElement* Search<R>::decide_atom(bool after_splits, int* var) {
+  if (selectors_.decidable.empty()) return nullptr;
   // Without Defs the picks are the candidate's exact values; with Defs the
   // failed candidate left its exact values in witness_.
   if (witness_.empty() && !after_splits) witness_ = candidates_.model();
