@@ -83,6 +83,7 @@ Result Search<R>::run() {
   Stats& stats = ctx_.stats;
   Result res;
   bool ok = propagation_.deduce();
+  open_at_root_ = ok && ctx_.opt.atom_decisions && decider_.pick({}).var >= 0;
   for (;;) {
     if (ctx_.checking) check_invariants();
     if (ok) {
@@ -132,17 +133,21 @@ Result Search<R>::run() {
         res.answer = Answer::unsat;
         break;
       }
-      if (!atoms_on_ && ctx_.opt.atom_decisions && stats.backtracks >= ctx_.opt.atom_delay &&
-          !selectors_.decidable.empty()) {
-        // The value search meets conflicts: from here on the Boolean
-        // structure is decided first, from the root, with what was learned.
+      if (!atoms_on_ && ctx_.opt.atom_decisions && stats.backtracks >= ctx_.opt.atom_delay) {
+        // The value search has met conflicts: from here on the Boolean
+        // structure is decided first.  When an atom was open at the root,
+        // the search starts over from there (once, so it still ends), so
+        // that the value splits made so far do not fix the region the atoms
+        // are decided in; the clauses learned before stay.
         atoms_on_ = true;
-        ++stats.atom_restarts;
-        tc_.backtrack_to(ctx_.levels.front().trail_length);
-        ctx_.levels.clear();
-        queue_.enqueue_all();
-        ok = propagation_.deduce();
-        continue;
+        if (open_at_root_) {
+          ++stats.atom_restarts;
+          tc_.backtrack_to(ctx_.levels.front().trail_length);
+          ctx_.levels.clear();
+          queue_.enqueue_all();
+          ok = propagation_.deduce();
+          continue;
+        }
       }
       ok = learner_.resolve_conflict();
       continue;

@@ -65,6 +65,7 @@ private:
   AtomDecider<R> decider_;
   std::vector<IEEEFloat> witness_; // the node's candidate model, exact, when there is one
   bool atoms_on_ = false;          // atom decisions have started (after atom-delay conflicts)
+  bool open_at_root_ = false;      // an atom was open after the root's propagation
 };
 
 } // namespace fpsolve
