@@ -33,10 +33,12 @@
 // first.  The truth value is the one the node has under the node's
 // candidate model (its picks with every term computed exactly), so the
 // decided atoms tend to stay jointly satisfiable; else the one it last had
-// (phase saving), at first the polarity of its first occurrence.  Value splits come from the
-// decision heuristic only once no decidable node is open; selectors of
-// nodes that no longer matter are settled after the value splits, with the
-// value their node has by then (open_selector).
+// (phase saving), at first the polarity of its first occurrence.  Once
+// atom decisions have started (the search starts them at its first
+// conflict, search.cpp), value splits come from the decision heuristic only
+// while no decidable node is open; selectors of nodes that no longer matter
+// are settled after the value splits, with the value their node has by then
+// (open_selector).
 #pragma once
 
 #include "engine/context.h"

@@ -14,9 +14,9 @@
 //   probe.h             the model probe
 //
 // The loop (run) is: deduce, evaluate, then on a conflict resolve it
-// (learning.h), else decide: the truth of an open atom (atom_decisions.h)
-// while there is one, a value split with
-// FpIntervalDecisionHeuristic::decide() after that.
+// (learning.h), else decide: from the first conflict on, the truth of an
+// open atom (atom_decisions.h) while there is one; a value split with
+// FpIntervalDecisionHeuristic::decide() otherwise.
 //
 // Every part that depends on the rank type is a class template over it,
 // defined in its own source file and instantiated there for both rank
