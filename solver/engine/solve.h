@@ -6,7 +6,8 @@
 // Boolean structure narrows intervals by the atoms it forces; each Def
 // narrows its result forward from its operands (engine/projection.h) and its
 // operands backward by shaving their ends with the same projection.
-// Decisions settle the Boolean structure first: the truth of an open atom
+// From the search's first conflict on, decisions settle the Boolean
+// structure first: the truth of an open atom
 // that relates two terms, of a Boolean variable or of an ite condition
 // (engine/atom_decisions.h; the `atom-decisions` option); value splits come
 // only from FpIntervalDecisionHeuristic::decide() (inputs first, terms'
