@@ -7,11 +7,11 @@
 // narrows its result forward from its operands (engine/projection.h) and its
 // operands backward by shaving their ends with the same projection.
 // From the search's first conflict on, decisions settle the Boolean
-// structure first: the truth of an open atom
-// that relates two terms, of a Boolean variable or of an ite condition
-// (engine/atom_decisions.h; the `atom-decisions` option); value splits come
-// only from FpIntervalDecisionHeuristic::decide() (inputs first, terms'
-// results second) once no such atom is open.  Both are asserted on the
+// structure first: the truth of an open atom that relates two terms, of a
+// Boolean variable or of an ite condition (engine/atom_decisions.h; the
+// `atom-decisions` option); value splits come only from
+// FpIntervalDecisionHeuristic::decide() (inputs first, terms' results
+// second) while no such atom is open.  Both are asserted on the
 // trail (an atom through a selector variable linked to it).  On a
 // conflict the search learns a clause over bound literals: the complements
 // of the decisions (a lower bound at m becomes an upper bound at the value
