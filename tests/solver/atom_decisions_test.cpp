@@ -109,7 +109,7 @@ void for_each_assignment(Problem const& p, std::function<void(Evaluator<mpz_clas
 TEST(AtomDecisions, LearnedClausesHoldInEveryModelAndAnswersMatchEnumeration) {
   std::mt19937 rng(11);
   int sat = 0, unsat = 0, clauses = 0, atom_literals = 0, atom_decisions = 0;
-  for (int i = 0; i < 60; ++i) {
+  for (int i = 0; i < 40; ++i) {
     std::string const text = boolean_rich_script(rng);
     Problem p;
     elaborate_into(p, text);
@@ -164,7 +164,7 @@ TEST(AtomDecisions, LearnedClausesHoldInEveryModelAndAnswersMatchEnumeration) {
   }
   std::printf("[ atoms    ] %d sat, %d unsat, %d atom decisions, %d clauses, %d atom literals\n",
               sat, unsat, atom_decisions, clauses, atom_literals);
-  EXPECT_GT(unsat, 10);
+  EXPECT_GT(unsat, 6);
   EXPECT_GT(atom_literals, 20); // the clauses do name atoms
 }
 
