@@ -19,6 +19,10 @@
                                            operator, extract/extend/rotate, conversions
                                            both ways (fp.to_ubv/fp.to_sbv out of range
                                            included), fp over bit-vector terms
+    gen_problems.py boolean SEED           arithmetic under rich Boolean structure: or,
+                                           xor, =>, = and ite over Booleans and floats,
+                                           several Boolean variables, nesting depth up to 4,
+                                           formats from (2,3) to Float64
 
 Every problem ends in (check-sat) and is written to standard
 output.  The same arguments always give the same text.
@@ -360,6 +364,68 @@ class Mixed:
         return "\n".join(self.lines) + "\n"
 
 
+BOOL_FORMATS = [(2, 3), (3, 4), (4, 3), (3, 5), (5, 11), (8, 24), (11, 53)]
+
+
+class Boolean(Arith):
+    """Arith's terms and atoms under a Boolean skeleton: several Boolean
+    variables, disjunctions, xor, implications, equivalences and ite over
+    Booleans and floats, nested up to depth 4."""
+
+    def __init__(self, seed):
+        self.rng = r = random.Random(seed)
+        small = r.random() < 0.6
+        pool = BOOL_FORMATS[:4] if small else BOOL_FORMATS
+        self.formats = r.sample(pool, 1 if r.random() < 0.7 else 2)
+        self.lines = ["(set-logic ALL)"]
+        self.fvars = {f: [] for f in self.formats}
+        for i in range(r.randrange(2, 5)):
+            f = self.formats[i % len(self.formats)]
+            self.fvars[f].append("x%d" % i)
+            self.lines.append("(declare-fun x%d () %s)" % (i, sort_text(f, r)))
+        self.bvars = ["b%d" % i for i in range(r.randrange(1, 5))]
+        for b in self.bvars:
+            self.lines.append("(declare-fun %s () Bool)" % b)
+        self.rms = []
+        if r.random() < 0.2:
+            self.rms.append("rm0")
+            self.lines.append("(declare-fun rm0 () RoundingMode)")
+        self.macros = {}
+
+    def leaf(self, f):
+        r = self.rng
+        if r.random() < 0.15:
+            return "(ite %s %s %s)" % (self.formula(1), r.choice(self.fvars[f] or [special(r, f)]),
+                                       special(r, f))
+        return Arith.leaf(self, f)
+
+    def batom(self):
+        r = self.rng
+        if r.random() < 0.3:
+            return r.choice(self.bvars)
+        return self.atom(r.randrange(0, 2))
+
+    def formula(self, depth):
+        r = self.rng
+        if depth == 0 or r.random() < 0.25:
+            return self.batom()
+        d = depth - 1
+        op = r.choice(["or", "or", "and", "not", "=>", "xor", "xor", "ite", "="])
+        if op == "not":
+            return "(not %s)" % self.formula(d)
+        if op == "ite":
+            return "(ite %s %s %s)" % (self.formula(d), self.formula(d), self.formula(d))
+        n = 2 if op in ("=>", "=") or r.random() < 0.6 else 3
+        return "(%s %s)" % (op, " ".join(self.formula(d) for _ in range(n)))
+
+    def text(self):
+        r = self.rng
+        for _ in range(r.randrange(1, 4)):
+            self.lines.append("(assert %s)" % self.formula(r.randrange(2, 5)))
+        self.lines += ["(check-sat)"]
+        return "\n".join(self.lines) + "\n"
+
+
 def fmt_arg(args, i, default):
     if len(args) <= i:
         return default
@@ -430,6 +496,8 @@ def main(argv):
         sys.stdout.write(Arith(n).text())
     elif kind == "mixed":
         sys.stdout.write(Mixed(n).text())
+    elif kind == "boolean":
+        sys.stdout.write(Boolean(n).text())
     elif kind in ("chain", "chain-unsat"):
         sys.stdout.write(chain(n, fmt_arg(argv, 3, (11, 53)), kind == "chain-unsat"))
     elif kind == "many":

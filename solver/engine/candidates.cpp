@@ -51,7 +51,8 @@ bool Candidates<R>::try_candidate(std::vector<IEEEFloat>* out) {
 
 template <class R>
 bool Candidates<R>::all_single() const {
-  for (std::size_t v = 0; v < ctx_.p.vars.size(); ++v)
+  // Selectors are no inputs of the model: only the problem's own variables count.
+  for (int v = 0; v < ctx_.first_selector; ++v)
     if (ctx_.relevant[v] && !(tc_.ev.cur[v].lo == tc_.ev.cur[v].hi)) return false;
   return true;
 }

@@ -33,9 +33,11 @@ struct Level {
 struct SearchContext {
   SearchContext(Problem const& problem, Options const& options) : p(problem), opt(options) {}
 
-  // The time or decision limit is reached (the caller answers unknown).
+  // The time or decision limit is reached (the caller answers unknown); the
+  // limit counts value splits and atom decisions alike.
   bool out_of_resources() const {
-    if (opt.max_decisions && stats.decisions >= opt.max_decisions) return true;
+    if (opt.max_decisions && stats.decisions + stats.atom_decisions >= opt.max_decisions)
+      return true;
     if (opt.timeout > 0) {
       std::chrono::duration<double> const d = std::chrono::steady_clock::now() - start;
       if (d.count() >= opt.timeout) return true;
@@ -58,6 +60,14 @@ struct SearchContext {
   std::vector<char> relevant;
   qorv::hsh::HashMap<qorv::Term const*, int> var_of_term;
   std::vector<Level> levels; // the decisions, lowest first
+  // The atom selectors (atom_decisions.h): variables from first_selector on,
+  // whose link roots follow the assertions in `roots`.
+  int first_selector = static_cast<int>(p.vars.size());
+  std::vector<int> links;
+  // Per variable: how much the learned clauses have involved it (VSIDS:
+  // each literal adds activity_step, which grows by 1/0.95 per clause).
+  std::vector<double> activity = std::vector<double>(p.vars.size(), 0.0);
+  double activity_step = 1.0;
 };
 
 } // namespace fpsolve

@@ -33,9 +33,34 @@ typename ClauseStore<R>::BoundLit ClauseStore<R>::negation_of(Level const& lv) {
 }
 
 template <class R>
+void ClauseStore<R>::report(std::vector<BoundLit> const& lits) const {
+  std::vector<LearnedLiteral> out;
+  for (BoundLit const& l : lits) {
+    LearnedLiteral x;
+    x.lower = l.lower;
+    if (l.var >= ctx_.first_selector) // "s >= -oo" is the atom, "s <= NaN" its negation
+      x.atom = ctx_.p.nodes[ctx_.links[l.var - ctx_.first_selector]].kids[1];
+    else
+      x.var = l.var;
+    x.value = value_of(l.rank, ctx_.p.vars[l.var].fmt);
+    out.push_back(x);
+  }
+  ctx_.opt.learned_clause_hook(out);
+}
+
+template <class R>
 void ClauseStore<R>::add(std::vector<BoundLit> lits) {
   ++ctx_.stats.learned;
   ctx_.stats.learned_literals += lits.size();
+  if (ctx_.opt.learned_clause_hook) report(lits);
+  for (BoundLit const& l : lits)
+    ctx_.activity[l.var] += ctx_.activity_step;
+  ctx_.activity_step /= 0.95;
+  if (ctx_.activity_step > 1e100) { // rescaled: the order of activities stays
+    for (double& a : ctx_.activity)
+      a *= 1e-100;
+    ctx_.activity_step *= 1e-100;
+  }
   if (lits.size() < 2) return; // a unit: asserted at the root, never undone
   int const id = static_cast<int>(clauses_.size());
   queue_.clause_watch[lits[0].var].push_back(id);

@@ -28,6 +28,7 @@
 // unsat.
 #pragma once
 
+#include "engine/solve.h"
 #include "engine/trail_cache.h"
 
 #include <cstddef>
@@ -69,6 +70,7 @@ private:
     std::vector<BoundLit> lits; // lits[0] and lits[1] are watched; empty once deleted
   };
   bool propagate_clauses(int v);
+  void report(std::vector<BoundLit> const& lits) const;
   void reduce();
 
   SearchContext& ctx_;

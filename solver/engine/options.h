@@ -15,12 +15,15 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <ostream>
 #include <span>
 #include <string>
 #include <string_view>
 
 namespace fpsolve {
+
+struct LearnedLiteral; // solve.h
 
 enum class OptionKind : std::uint8_t { flag, count, seconds, text };
 
@@ -54,6 +57,10 @@ enum class OptionKind : std::uint8_t { flag, count, seconds, text };
   X(flag, probe, "probe", true, "run the model probe")                                             \
   X(flag, model_search, "model-search", true, "run the model search guided by distance")           \
   X(flag, learning, "learning", true, "learn clauses on conflicts and jump back")                  \
+  X(flag, atom_decisions, "atom-decisions", true,                                                  \
+    "decide the truth of atoms before splitting values")                                           \
+  X(count, atom_delay, "atom-delay", 1,                                                            \
+    "conflicts of the value search before atom decisions start (from the root)")                   \
   X(flag, big_ranks, "big-ranks", false, "GMP ranks even where 128-bit ranks suffice")             \
   X(flag, compact_trail, "compact-trail", true,                                                    \
     "one trail entry per term and level (else one per narrowing)")                                 \
@@ -100,6 +107,9 @@ struct Options {
 #undef FPSOLVE_OPTION_FIELD
   // Where the trace goes when `trace` is on (the front end sets it).
   std::ostream* trace_out = nullptr;
+  // When set, sees every learned clause (tests check each against the
+  // assertions by enumeration).
+  std::function<void(std::span<LearnedLiteral const>)> learned_clause_hook;
 };
 
 struct OptionInfo {

@@ -13,13 +13,36 @@ namespace fpsolve {
 
 template <class R>
 Search<R>::Search(Problem& problem, Options const& options)
-    : ctx_(problem, options), tc_(problem, ctx_, queue_), graph_(problem),
-      atoms_(ctx_, tc_, graph_), defs_(ctx_, tc_, atoms_), clauses_(ctx_, tc_, queue_),
+    : selectors_(problem, options.atom_decisions), ctx_(problem, options),
+      tc_(problem, ctx_, queue_), graph_(problem), atoms_(ctx_, tc_, graph_),
+      defs_(ctx_, tc_, atoms_), clauses_(ctx_, tc_, queue_),
       propagation_(ctx_, queue_, atoms_, defs_, clauses_, graph_),
       learner_(ctx_, tc_, queue_, propagation_, clauses_), candidates_(ctx_, tc_),
       heuristic_(tc_.domain, tc_.trail, manager_), choice_(tc_.domain, tc_.trail),
       prober_(ctx_, tc_, queue_, propagation_, candidates_, manager_),
-      model_search_(ctx_, tc_, candidates_) {}
+      model_search_(ctx_, tc_, candidates_), decider_(ctx_, tc_, selectors_) {
+  atoms_on_ = options.atom_decisions && options.atom_delay == 0;
+  ctx_.first_selector = selectors_.first;
+  ctx_.links = selectors_.links;
+  ctx_.stats.selectors = selectors_.decidable.size();
+}
+
+template <class R>
+qorv::FpBoundElement* Search<R>::decide_atom(bool after_splits, int* var) {
+  if (selectors_.decidable.empty()) return nullptr;
+  // Without Defs the picks are the candidate's exact values; with Defs the
+  // failed candidate left its exact values in witness_.
+  if (witness_.empty() && !after_splits) witness_ = candidates_.model();
+  typename AtomDecider<R>::Choice const c =
+      after_splits ? decider_.open_selector() : decider_.pick(witness_);
+  if (c.var < 0) return nullptr;
+  ++ctx_.stats.atom_decisions;
+  *var = c.var;
+  // True: "s >= -oo", the least value above NaN; false: "s <= NaN".
+  R const nan = tc_.ev.format_of_var(c.var).nan;
+  IEEEFloat const value = value_of(c.truth ? R(nan + 1) : nan, ctx_.p.vars[c.var].fmt);
+  return tc_.domain.new_FpBoundElement(c.truth, ctx_.p.vars[c.var].term, value);
+}
 
 template <class R>
 void Search<R>::trace_backtrack() {
@@ -68,10 +91,14 @@ Result Search<R>::run() {
   Stats& stats = ctx_.stats;
   Result res;
   bool ok = propagation_.deduce();
+  open_at_root_ = ok && ctx_.opt.atom_decisions && decider_.pick({}).var >= 0;
   for (;;) {
     if (ctx_.checking) check_invariants();
     if (ok) {
-      lbool const s = tc_.ev.eval_all(ctx_.roots);
+      // The assertions decide sat; a false link (a selector against its
+      // atom) is a conflict as well.
+      lbool s = tc_.ev.eval_all(p.assertions);
+      if (s != l_False && tc_.ev.eval_all(ctx_.links) == l_False) s = l_False;
       if (s != l_False) {
         // The picked inputs with every term computed exactly: sat when they
         // satisfy the assertions.  With every value single, a failure can
@@ -83,8 +110,9 @@ Result Search<R>::run() {
         // only there; the probe narrows first, so it is worth a try anywhere.
         // The model search starts, among other points, from the values the
         // probe or the candidate left in m.
-        std::vector<IEEEFloat> m;
+        std::vector<IEEEFloat>& m = witness_;
         bool const candidate = s == l_True || !p.defs.empty();
+        m.clear();
         if ((candidate && candidates_.try_candidate(&m)) ||
             (ctx_.opt.probe && prober_.due() && prober_.probe(&m)) ||
             (ctx_.opt.model_search && model_search_.due() && model_search_.search(&m, &m))) {
@@ -116,20 +144,50 @@ Result Search<R>::run() {
         res.answer = Answer::unsat;
         break;
       }
+      if (!atoms_on_ && ctx_.opt.atom_decisions && stats.backtracks >= ctx_.opt.atom_delay) {
+        // The value search has met conflicts: from here on the Boolean
+        // structure is decided first.  When an atom was open at the root,
+        // the search starts over from there (once, so it still ends), so
+        // that the value splits made so far do not fix the region the atoms
+        // are decided in; the clauses learned before stay.
+        atoms_on_ = true;
+        if (open_at_root_) {
+          ++stats.atom_restarts;
+          tc_.backtrack_to(ctx_.levels.front().trail_length);
+          ctx_.levels.clear();
+          queue_.enqueue_all();
+          ok = propagation_.deduce();
+          continue;
+        }
+      }
       ok = learner_.resolve_conflict();
       continue;
     }
     if (ctx_.out_of_resources()) {
-      bool const decisions_out =
-          ctx_.opt.max_decisions && stats.decisions >= ctx_.opt.max_decisions;
+      bool const decisions_out = ctx_.opt.max_decisions &&
+                                 stats.decisions + stats.atom_decisions >= ctx_.opt.max_decisions;
       res.reason_unknown = decisions_out ? "resourceout" : "timeout";
       break;
     }
+    int atom_var = -1;
+    if (qorv::FpBoundElement* a = atoms_on_ ? decide_atom(false, &atom_var) : nullptr) {
+      ctx_.levels.push_back(Level{tc_.trail.size(), atom_var, a->flag(), a->value});
+      ok = tc_.assert_element(a, atom_var) && propagation_.deduce();
+      continue;
+    }
     qorv::FpBoundElement* e = heuristic_.decide();
-    // Undetermined assertions leave some search variable with more than one
-    // value (with every interval a single value, evaluation is exact).
-    if (tc_.domain.is_no_decision(e))
+    if (tc_.domain.is_no_decision(e)) {
+      // Every value single: the selectors of atoms that stopped mattering are
+      // settled last (with every value single, their atoms are known).
+      if (qorv::FpBoundElement* a = decide_atom(true, &atom_var)) {
+        ctx_.levels.push_back(Level{tc_.trail.size(), atom_var, a->flag(), a->value});
+        ok = tc_.assert_element(a, atom_var) && propagation_.deduce();
+        continue;
+      }
+      // Undetermined assertions leave some search variable with more than
+      // one value (with every interval a single value, evaluation is exact).
       qorv::invariant_violated("fpsolve search", "no decision while an assertion is undetermined");
+    }
     int const v = ctx_.var_of_term[e->term()];
     R const r = rank_of<R>(e->value);
     auto const& cur = tc_.ev.cur[v];
@@ -151,6 +209,8 @@ Result Search<R>::run() {
   tc_.backtrack_to(0);
   std::chrono::duration<double> const d = std::chrono::steady_clock::now() - ctx_.start;
   stats.seconds = d.count();
+  if (res.model.size() > static_cast<std::size_t>(selectors_.first)) // selectors are no inputs
+    res.model.erase(res.model.begin() + selectors_.first, res.model.end());
   res.stats = stats;
   return res;
 }

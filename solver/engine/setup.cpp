@@ -22,6 +22,8 @@ void setup_search(SearchContext& ctx, PropagationQueue& queue, qorv::FpDecDepMan
     else
       ctx.roots.push_back(n);
   }
+  // The links of the atoms' selectors propagate like assertions.
+  ctx.roots.insert(ctx.roots.end(), ctx.links.begin(), ctx.links.end());
   std::size_t const nv = p.vars.size();
   int const nr = static_cast<int>(ctx.roots.size());
   queue.reset(nv, ctx.roots.size() + p.defs.size());
@@ -91,7 +93,8 @@ void setup_search(SearchContext& ctx, PropagationQueue& queue, qorv::FpDecDepMan
       Var const& var = p.vars[v];
       int const kind = var.def >= 0 ? 3 : var.is_bool ? 0 : var.is_rm ? 1 : 2;
       if (ctx.relevant[v] && kind == pass) {
-        manager.terms.push_back(var.term);
+        // Selectors are decided on atoms only, never split by the heuristic.
+        if (static_cast<int>(v) < ctx.first_selector) manager.terms.push_back(var.term);
         ctx.var_of_term[var.term] = static_cast<int>(v);
       }
     }

@@ -6,8 +6,13 @@
 // Boolean structure narrows intervals by the atoms it forces; each Def
 // narrows its result forward from its operands (engine/projection.h) and its
 // operands backward by shaving their ends with the same projection.
-// Decisions come only from FpIntervalDecisionHeuristic::decide() (inputs
-// first, terms' results second) and are asserted on the trail.  On a
+// From the search's first conflict on, decisions settle the Boolean
+// structure first: the truth of an open atom that relates two terms, of a
+// Boolean variable or of an ite condition (engine/atom_decisions.h; the
+// `atom-decisions` option); value splits come only from
+// FpIntervalDecisionHeuristic::decide() (inputs first, terms' results
+// second) while no such atom is open.  Both are asserted on the
+// trail (an atom through a selector variable linked to it).  On a
 // conflict the search learns a clause over bound literals: the complements
 // of the decisions (a lower bound at m becomes an upper bound at the value
 // just below m, and the other way round), without those that the conflict
@@ -63,6 +68,19 @@ struct Result {
   Stats stats;
 };
 
+// A literal of a learned clause as Options::learned_clause_hook sees it:
+// "var >= value" when `lower`, else "var <= value" (in the packed order,
+// NaN lowest); or, when `atom` is a node, "atom" when `lower`, else
+// "not atom" (a decision on an atom, atom_decisions.h).
+struct LearnedLiteral {
+  int var = -1; // -1 for an atom
+  int atom = -1;
+  bool lower = true;
+  IEEEFloat value;
+};
+
+// Solves the assertions of p.  With atom decisions on, p is extended for
+// the duration of the search and restored before the return.
 Result solve(Problem& p, Options const& options);
 
 // Exact values under a model (every input variable one value; the values

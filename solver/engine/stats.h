@@ -14,7 +14,10 @@ namespace fpsolve {
 
 // X(kind, field, name, help); kind is count or time.
 #define FPSOLVE_STATS(X)                                                                           \
-  X(count, decisions, "decisions", "decisions asked of the decision heuristic")                    \
+  X(count, decisions, "decisions", "value splits asked of the decision heuristic")                 \
+  X(count, atom_decisions, "atom-decisions", "decisions on the truth of an atom or condition")     \
+  X(count, selectors, "atom-selectors", "atoms and conditions open to atom decisions")             \
+  X(count, atom_restarts, "atom-restarts", "returns to the root when atom decisions start")        \
   X(count, nan_decisions, "nan-first-decisions", "'is it NaN?' decisions")                         \
   X(count, split_decisions, "split-decisions", "interval splits")                                  \
   X(count, backtracks, "backtracks", "conflicts")                                                  \

@@ -8,7 +8,9 @@
 // sorts, let, a define-fun macro with parameters and one without, and
 // rounding-mode constants and a rounding-mode variable.  Each script runs
 // through fpsolve's command loop (reader, elaboration, search, get-model
-// printing) with the model probe and without it, and the reference
+// printing) with the model probe, without it, and without it with atom
+// decisions before any value split (the scripts' connectives, xor, => and
+// ite included, make them disjunctive), and the reference
 // semantics (reference_semantics.h), which reads the same text on its own,
 // is the judge: a sat model read back from the get-model output must
 // satisfy every assertion, and unsat must survive the enumeration of every
@@ -269,10 +271,12 @@ struct Outcome {
 
 // The script through fpsolve's command loop; a sat model is read back from
 // its get-model output with the reference's own reading of values.
-Outcome run(reference::Script const& ref, std::string const& text, bool probe) {
+Outcome run(reference::Script const& ref, std::string const& text, bool probe,
+            bool atoms_first = false) {
   DriverOptions opt;
   opt.search.check = true;
   opt.search.probe = probe;
+  if (atoms_first) opt.search.atom_delay = 0; // atom decisions before any value split
   std::istringstream in(text + "(check-sat)(get-model)");
   std::ostringstream out;
   int const status = run_script(in, out, opt);
@@ -314,11 +318,14 @@ TEST(BruteForce, AnswersAndModelsAgainstTheReference) {
       std::string const text = Generator(rng, round.f, round.other, round.vars).script();
       reference::Script const ref(text);
       Outcome const with_probe = run(ref, text, true), bare = run(ref, text, false);
+      Outcome const atoms_first = run(ref, text, false, true);
       ASSERT_EQ(with_probe.sat, bare.sat) << text;
+      ASSERT_EQ(atoms_first.sat, bare.sat) << text;
       if (with_probe.sat) {
         ++sat;
         EXPECT_TRUE(ref.holds(with_probe.model)) << "model fails: " << text;
         EXPECT_TRUE(ref.holds(bare.model)) << "model fails without the probe: " << text;
+        EXPECT_TRUE(ref.holds(atoms_first.model)) << "model fails with atoms first: " << text;
       } else {
         ++unsat;
         EXPECT_FALSE(ref.satisfiable()) << "unsat, yet satisfiable: " << text;

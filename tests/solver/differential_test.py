@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """fpsolve against z3 and cvc5 on generated problems.
 
-    differential_test.py FPSOLVE [COUNT] [FIRST_SEED] [JOBS] [ARITH_COUNT] [ARITH_TIMEOUT] [MIXED_COUNT]
+    differential_test.py FPSOLVE [COUNT] [FIRST_SEED] [JOBS] [ARITH_COUNT] [ARITH_TIMEOUT]
+                         [MIXED_COUNT] [BOOLEAN_COUNT]
 
 For each seed, the problem from gen_problems.py goes to fpsolve, z3 and cvc5;
 all answers must be the same sat/unsat (a case where z3 or cvc5 gives up is
@@ -11,7 +12,10 @@ family (arithmetic and conversions over (3,4), (3,5), Float16, (4,12),
 Float32 and Float64), where fpsolve runs with --timeout ARITH_TIMEOUT
 (default 10 s) and may answer unknown on at most a tenth of them; MIXED_COUNT
 (default 0) more, under the same rule, from the 'mixed' family (bit-vectors
-and floats linked by every conversion).  fpsolve
+and floats linked by every conversion); BOOLEAN_COUNT (default 0) more from
+the 'boolean' family (the same arithmetic under disjunctions, xor, =>, = and
+ite, several Boolean variables, formats from (2,3) to Float64) on the same
+terms, with the peers limited to 3 s so that the family stays cheap in CI.  fpsolve
 checks every model exactly before it answers sat (exit status 3 otherwise,
 a failure here); every model is also fixed into the problem (one
 (assert (= x value)) per constant) and z3 must find the result satisfiable.
@@ -48,18 +52,20 @@ def first_line(out):
 
 
 def check(fpsolve, seed, arith_timeout=None, family="arith"):
+    peer_limit = 3 if family == "boolean" else 10
     if arith_timeout is None:
         text = gen.Random(seed).text()
         out = run([fpsolve, "--check", "-"], text + "(get-model)\n", 60)
     else:
-        text = (gen.Mixed if family == "mixed" else gen.Arith)(seed).text()
+        text = {"mixed": gen.Mixed, "boolean": gen.Boolean}.get(family, gen.Arith)(seed).text()
         out = run([fpsolve, "--check", "--timeout", str(arith_timeout), "-"], text + "(get-model)\n",
                   arith_timeout + 60)
     mine = first_line(out)
     if arith_timeout is not None and mine == "unknown":
         return "fpsolve-unknown %d" % seed
-    z3 = first_line(run(["z3", "-T:10", "-in"], text, 20))
-    cvc5 = first_line(run(["cvc5", "--fp-exp", "--tlimit=10000", "--lang=smt2"], text, 20))
+    z3 = first_line(run(["z3", "-T:%d" % peer_limit, "-in"], text, 2 * peer_limit))
+    cvc5 = first_line(run(["cvc5", "--fp-exp", "--tlimit=%d" % (1000 * peer_limit), "--lang=smt2"],
+                          text, 2 * peer_limit))
     if mine not in ("sat", "unsat"):
         return "FAIL seed %d: fpsolve answered %r" % (seed, mine)
     others = [a for a in (z3, cvc5) if a in ("sat", "unsat")]
@@ -98,9 +104,10 @@ def main(argv):
     arith = int(argv[5]) if len(argv) > 5 else 0
     arith_timeout = float(argv[6]) if len(argv) > 6 else 10.0
     mixed = int(argv[7]) if len(argv) > 7 else 0
+    boolean = int(argv[8]) if len(argv) > 8 else 0
     failures = []
     for family, n, t in (("random", count, None), ("arith", arith, arith_timeout),
-                         ("mixed", mixed, arith_timeout)):
+                         ("mixed", mixed, arith_timeout), ("boolean", boolean, arith_timeout)):
         if n == 0:
             continue
         tally = {}
