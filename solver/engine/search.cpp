@@ -171,7 +171,7 @@ Result Search<R>::run() {
     }
     int atom_var = -1;
     if (qorv::FpBoundElement* a = atoms_on_ ? decide_atom(false, &atom_var) : nullptr) {
-      ctx_.levels.push_back(Level{tc_.trail.size(), atom_var, a->flag(), a->value});
+      ctx_.levels.push_back(Level{tc_.mark(), atom_var, a->flag(), a->value});
       ok = tc_.assert_element(a, atom_var) && propagation_.deduce();
       continue;
     }
@@ -180,7 +180,7 @@ Result Search<R>::run() {
       // Every value single: the selectors of atoms that stopped mattering are
       // settled last (with every value single, their atoms are known).
       if (qorv::FpBoundElement* a = decide_atom(true, &atom_var)) {
-        ctx_.levels.push_back(Level{tc_.trail.size(), atom_var, a->flag(), a->value});
+        ctx_.levels.push_back(Level{tc_.mark(), atom_var, a->flag(), a->value});
         ok = tc_.assert_element(a, atom_var) && propagation_.deduce();
         continue;
       }

@@ -116,7 +116,8 @@ TEST(AtomDecisions, LearnedClausesHoldInEveryModelAndAnswersMatchEnumeration) {
     std::vector<std::vector<LearnedLiteral>> learned;
     Options opt;
     opt.check = true;
-    opt.probe = false;  // sat from the search, so more of it is exercised
+    opt.probe = false; // sat from the search, so more of it is exercised
+    opt.model_search = false;
     opt.atom_delay = 0; // atom decisions from the start
     opt.learned_clause_hook = [&](std::span<LearnedLiteral const> c) {
       learned.emplace_back(c.begin(), c.end());
