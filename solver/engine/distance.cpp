@@ -13,11 +13,21 @@ namespace fpsolve {
 
 namespace {
 
-double as_double(i128 d) {
-  return static_cast<double>(d);
+// b - a for a <= b, as a double truncated toward zero: the difference of
+// two 128-bit ranks may exceed the signed range, never the unsigned one,
+// and both rank types truncate alike (mpz_get_d truncates), so that the
+// narrow and the GMP ranks take the same steps.
+double difference(i128 a, i128 b) {
+  using u128 = qorv::URank128;
+  u128 const d = static_cast<u128>(b) - static_cast<u128>(a);
+  auto const hi = static_cast<std::uint64_t>(d >> 64), lo = static_cast<std::uint64_t>(d);
+  int const length = hi ? 128 - __builtin_clzll(hi) : lo ? 64 - __builtin_clzll(lo) : 0;
+  if (length <= 53) return static_cast<double>(lo);
+  int const shift = length - 53;
+  return std::ldexp(static_cast<double>(static_cast<std::uint64_t>(d >> shift)), shift);
 }
-double as_double(mpz_class const& d) {
-  return d.get_d();
+double difference(mpz_class const& a, mpz_class const& b) {
+  return mpz_class(b - a).get_d();
 }
 
 // The gap b - a between keys or ranks (0 when b <= a) as log2(1 + gap):
@@ -27,7 +37,7 @@ double as_double(mpz_class const& d) {
 // place still costs exactly 1.
 template <class R>
 double gap(R const& a, R const& b) {
-  return b < a ? 0.0 : std::log2(1.0 + as_double(R(b - a)));
+  return b < a ? 0.0 : std::log2(1.0 + difference(a, b));
 }
 
 } // namespace

@@ -23,6 +23,16 @@ namespace {
 // enough to cross any format's range in a few steps, small enough that a
 // rank plus a step stays within 128-bit ranks.
 constexpr unsigned max_jump_log = 120;
+
+// Whether to - from <= step, for from <= to, without overflow: the two
+// ends of a 128-bit format's ranks lie further apart than the signed range.
+bool within(i128 from, i128 to, i128 step) {
+  using u128 = qorv::URank128;
+  return static_cast<u128>(to) - static_cast<u128>(from) <= static_cast<u128>(step);
+}
+bool within(mpz_class const& from, mpz_class const& to, mpz_class const& step) {
+  return to - from <= step;
+}
 constexpr unsigned restart_kinds = 7;
 
 } // namespace
@@ -193,9 +203,9 @@ bool ModelSearch<R>::descend(Input const& in) {
       R const r = dist_.rank(in.var);
       R cand = r;
       if (dir > 0)
-        cand = r > R(in.hi - step) ? in.hi : R(r + step);
+        cand = r >= in.hi || within(r, in.hi, step) ? in.hi : R(r + step);
       else
-        cand = r < R(in.lo + step) ? in.lo : R(r - step);
+        cand = r <= in.lo || within(in.lo, r, step) ? in.lo : R(r - step);
       double d = cur_;
       if (!(cand == r)) {
         put(in, cand);
@@ -234,9 +244,9 @@ bool ModelSearch<R>::perturb() {
       if (ctx_.p.vars[in.var].is_bool)
         cand = r == in.lo && in.nan ? dist_.format_of_var(in.var).nan : in.lo;
       else if (rng_() % 2)
-        cand = r > R(in.hi - step) ? in.hi : R(r + step);
+        cand = r >= in.hi || within(r, in.hi, step) ? in.hi : R(r + step);
       else
-        cand = r < R(in.lo + step) ? in.lo : R(r - step);
+        cand = r <= in.lo || within(in.lo, r, step) ? in.lo : R(r - step);
       put(in, cand);
     }
     double const d = evaluate();
