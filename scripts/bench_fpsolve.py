@@ -104,13 +104,16 @@ def definite(answer):
 
 
 def sources_of(d):
-    """file name -> (logic, stated answers) from a folder's SOURCES.tsv, if any."""
+    """file name -> (logic, stated answers) from a folder's SOURCES.tsv, if it
+    has those columns (the QF_FP sample's lists only where each file is from)."""
     path = os.path.join(d, "SOURCES.tsv")
     if not os.path.isfile(path):
         return {}
     with open(path) as f:
         head = f.readline().rstrip("\n").split("\t")
         rows = [dict(zip(head, l.rstrip("\n").split("\t"))) for l in f if l.strip()]
+    if not {"file", "logic", "stated"} <= set(head):
+        return {}
     return {r["file"]: (r["logic"], r["stated"]) for r in rows}
 
 
