@@ -282,7 +282,7 @@ std::pair<double, double> Distance<R>::atom(Node const& nd) const {
   }
   case Op::ident: {
     Set<R> const b = ev_.img(nd.b);
-    if (a.nan && b.nan) return {0.0, 1.0};
+    if (a.nan && b.nan) return {0.0, nan_cost}; // one side must leave NaN
     if (a.nan || b.nan) return {nan_cost, 0.0};
     return {gap(a.lo, b.lo) + gap(b.lo, a.lo), a.lo == b.lo ? 1.0 : 0.0};
   }

@@ -70,19 +70,8 @@ template <class R>
 void ModelSearch<R>::find_links() {
   linked_ = true;
   Problem const& p = ctx_.p;
-  std::vector<int> stack(ctx_.roots.begin(), ctx_.roots.end());
-  std::vector<char> seen_node(p.nodes.size(), 0);
-  auto link = [&](int view, int o) {
-    Operand const& a = p.operands[view];
-    if (a.var < 0 || a.abs || !ctx_.relevant[a.var] || p.vars[a.var].def >= 0 ||
-        p.vars[a.var].is_rm || dist_.follows(a.var))
-      return false;
-    std::vector<char> seen(p.vars.size(), 0);
-    if (in_cone(a.var, o, seen)) return false;
-    dist_.follow(view, o);
-    links_.emplace_back(view, o);
-    return true;
-  };
+  std::vector<int> stack(ctx_.roots.begin(), ctx_.roots.end()), equalities;
+  std::vector<char> seen_node(p.nodes.size(), 0), follows(p.vars.size(), 0);
   while (!stack.empty()) {
     int const n = stack.back();
     stack.pop_back();
@@ -92,8 +81,49 @@ void ModelSearch<R>::find_links() {
     if (nd.op == Op::and_)
       stack.insert(stack.end(), nd.kids.begin(), nd.kids.end());
     else if (nd.op == Op::ident || nd.op == Op::fp_eq)
-      link(nd.a, nd.b) || link(nd.b, nd.a);
+      equalities.push_back(n);
   }
+  auto input = [&](int o) { return p.operands[o].var >= 0 && p.vars[p.operands[o].var].def < 0; };
+  // Targets in order of preference: a term or a constant, an input that
+  // already follows, any input.
+  auto link = [&](int view, int o, int target) {
+    Operand const& a = p.operands[view];
+    if (a.var < 0 || a.abs || !ctx_.relevant[a.var] || p.vars[a.var].def >= 0 ||
+        p.vars[a.var].is_rm || follows[a.var] || input(o) != (target > 0) ||
+        (target == 1 && !follows[p.operands[o].var]))
+      return false;
+    std::vector<char> seen(p.vars.size(), 0);
+    if (in_cone(a.var, o, seen)) return false;
+    follows[a.var] = 1;
+    links_.emplace_back(view, o);
+    return true;
+  };
+  std::vector<char> done(p.nodes.size(), 0);
+  for (int target = 0; target < 3; ++target)
+    for (bool grew = true; grew;) {
+      grew = false;
+      for (int n : equalities)
+        if (!done[n] &&
+            (link(p.nodes[n].a, p.nodes[n].b, target) || link(p.nodes[n].b, p.nodes[n].a, target)))
+          done[n] = 1, grew = target == 1; // a new follower may be a target
+    }
+  // An input that follows an input follows that one's target instead where
+  // no sign changes on the way: a chain of equal inputs (a loop's variable
+  // copied from one unrolled step to the next) then ends at one term, each
+  // link is set as soon as its term is computed, and a move recomputes only
+  // the slice it changes (Distance::follow) rather than the whole problem,
+  // several times over.
+  std::vector<int> link_of(p.vars.size(), -1);
+  for (std::size_t l = 0; l < links_.size(); ++l)
+    link_of[p.operands[links_[l].first].var] = static_cast<int>(l);
+  for (auto& [view, o] : links_)
+    for (std::size_t hops = 0; hops < links_.size() && input(o); ++hops) {
+      int const l = link_of[p.operands[o].var];
+      if (l < 0 || p.operands[o].neg || p.operands[o].abs || p.operands[links_[l].first].neg) break;
+      o = links_[l].second;
+    }
+  for (auto const& [view, o] : links_)
+    dist_.follow(view, o);
 }
 
 template <class R>
