@@ -14,7 +14,11 @@
 //     order (ranks, with -0 and +0 sharing key 0), plus one where the
 //     comparison is strict, counted as log2(1 + gap) so that one unit costs
 //     1 and formats of every width weigh alike; a NaN side, which no order
-//     comparison accepts, costs `nan_cost`, more than any gap;
+//     comparison accepts, costs `nan_cost`, more than any gap, and so does
+//     making two NaNs differ (= of two NaNs is true): otherwise a point
+//     where every result is NaN satisfies the negated comparisons and the
+//     followed equalities at once and traps the search for a unit per
+//     "these differ";
 //   - `and` sums its operands' distances and `or` takes the least, and
 //     `not` swaps the distances to true and to false, so each Boolean node
 //     carries both.
