@@ -73,6 +73,17 @@ bool rounding_mode_of(SExpr const& e, IEEEFloat::rounding_mode* rm) {
   return true;
 }
 
+// "-" followed by a numeral or a decimal.
+bool negative_literal(std::string const& s) {
+  std::size_t const dot = s.find('.');
+  auto digits = [&](std::size_t from, std::size_t to) {
+    return to > from && s.find_first_not_of("0123456789", from) >= to;
+  };
+  if (s.size() < 2 || s[0] != '-') return false;
+  if (dot == std::string::npos) return digits(1, s.size());
+  return digits(1, dot) && digits(dot + 1, s.size());
+}
+
 // A numeral or decimal as an exact rational ((- r) and (/ r r) are real
 // operations on it, elaborate_real.cpp).
 mpq_class real_of(SExpr const& e) {
@@ -535,6 +546,14 @@ Value Elaborator::elaborate_atom(SExpr const& e) {
     IEEEFloat::rounding_mode rm;
     if (rounding_mode_of(e, &rm)) return {false, p_.add_rm_constant(rm), true};
     Binding const* b = lookup(n);
+    if (!b && negative_literal(n)) { // z3's -42.0 for (- 42.0), when no name is bound to it
+      Value r;
+      r.is_bool = false;
+      r.is_real = true;
+      r.index = p_.add_linear(
+          -real_of(SExpr{false, Token{Tok::decimal, n.substr(1), e.pos}, {}, {}}), {});
+      return r;
+    }
     if (!b || b->is_sort)
       throw SmtError(e.pos, "undeclared name '" + n + "'; expected a declared constant");
     if (b->macro)

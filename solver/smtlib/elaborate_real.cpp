@@ -35,6 +35,10 @@ struct RealOperator {
 
 namespace {
 
+// Exact values of floats with up to 16 exponent bits (Float128 has 15) have
+// at most some 2^16 bits; wider formats beside reals are refused.
+constexpr std::uint64_t kMaxRealExponentBits = 16;
+
 constexpr RealOperator real_operators[] = {
     {"+", RealOperator::add, false, false},
     {"-", RealOperator::sub, false, false},
@@ -134,7 +138,12 @@ Value Elaborator::real_operation(SExpr const& e, RealOperator const& o) {
                                        "floating point and bit-vectors)");
   if (o.kind == RealOperator::to_real) {
     if (argc != 1) throw SmtError(e.pos, "fp.to_real expects 1 floating-point argument");
-    r.index = p_.add_to_real(fp_of(e.items[1]));
+    int const x = fp_of(e.items[1]);
+    if (p_.operands[static_cast<std::size_t>(x)].fmt.eb > kMaxRealExponentBits)
+      throw SmtError(e.items[1].pos, "unsupported fp.to_real of a format with more than " +
+                                         std::to_string(kMaxRealExponentBits) +
+                                         " exponent bits (its exact values grow too large)");
+    r.index = p_.add_to_real(x);
     return r;
   }
   if (argc < (o.kind == RealOperator::sub ? 1u : 2u))
@@ -219,8 +228,10 @@ Value Elaborator::to_fp_of_real(SExpr const& e, int rm, int x, IEEEFloat::format
     auto const mode = rm_of_value(p_.operands[static_cast<std::size_t>(rm)].constant);
     return {false, p_.add_constant(fp_from_rational(t.constant, f, mode, e.items[2].pos))};
   }
-  if (f.eb > 60)
-    throw SmtError(e.pos, "format too wide for to_fp of a real (at most 60 exponent bits)");
+  if (f.eb > kMaxRealExponentBits)
+    throw SmtError(e.pos, "unsupported to_fp of a real term to a format with more than " +
+                              std::to_string(kMaxRealExponentBits) +
+                              " exponent bits (the exact ends of its roundings grow too large)");
   return {false, p_.add_real_round(rm, x, f)};
 }
 

@@ -233,6 +233,9 @@ TEST(Reals, ReadsEveryFormAndPrintsModels) {
   EXPECT_NE(out.find("((+ a 1.5) (/ 11 6))"), std::string::npos) << out;
   EXPECT_NE(out.find("((< a b) false)"), std::string::npos) << out;
   EXPECT_NE(out.find("((- 7) (- 7.0))"), std::string::npos) << out;
+  // z3's negative literal, where no name is bound to it.
+  EXPECT_EQ(run("(assert (= ((_ to_fp 5 11) RTZ -42.0) ((_ to_fp 5 11) RNE (- 42))))(check-sat)"),
+            "sat\n");
   // Linear reasoning the bounds alone do not give, and strictness.
   EXPECT_EQ(run("(declare-const x Real)(declare-const y Real)"
                 "(assert (> (+ x y) 2))(assert (< x 1))(assert (<= y 1))(check-sat)"),
