@@ -154,7 +154,10 @@ int main(int argc, char** argv) {
   for (int step = 0; step < steps; ++step) {
     s.push();
     levels.emplace_back();
-    Bound const b{num(0, vars + nrows - 1), num(0, 1) == 1, num(-20, 20)};
+    // Mostly rows, so that conflicts need the rows and not only two bounds
+    // of one column.
+    int const at = num(0, 3) == 0 ? num(0, vars - 1) : num(vars, vars + nrows - 1);
+    Bound const b{at, num(0, 1) == 1, num(-10, 10)};
     levels.back().push_back(b);
     std::vector<Bound> all;
     for (auto const& l : levels)
