@@ -53,6 +53,15 @@ bool LraBridge<R>::narrow_at_root() {
 }
 
 template <class R>
+bool LraBridge<R>::constrains() const {
+  for (RealAtom const& a : ctx_.p.real_atoms)
+    if (ctx_.relevant[static_cast<std::size_t>(a.var)]) return true;
+  for (RealRound const& r : ctx_.p.real_rounds)
+    if (ctx_.relevant[static_cast<std::size_t>(r.var)]) return true;
+  return false;
+}
+
+template <class R>
 bool LraBridge<R>::bound(SVar v, RealEnd const& lo, RealEnd const& hi) {
   if (!lo.unbounded && !simplex_.assert_lower(
                            v, lo.strict ? DeltaRational::above(lo.value) : lo.value, 0, conflict_))

@@ -37,6 +37,8 @@ public:
   // Narrows the results of to_fp of reals to their non-NaN values (a
   // rounded real is never NaN); false when that empties one.
   bool narrow_at_root();
+  // Whether some real atom or rounding is relevant to the search.
+  bool constrains() const;
   // False when the real constraints of the box are infeasible; otherwise
   // ctx.real_inputs holds values of the real inputs that satisfy them.
   bool check();

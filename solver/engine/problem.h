@@ -263,7 +263,9 @@ public:
   int add_real_atom(int term, bool strict);
   // The operand of to_fp of a real term in format fmt under rm.
   int add_real_round(int rm, int real, IEEEFloat::format fmt);
-  bool has_reals() const { return !reals.empty(); }
+  // Real constraints exist: an atom over reals or a rounding of one (real
+  // terms alone, such as the literal of a folded to_fp, constrain nothing).
+  bool has_reals() const { return !real_atoms.empty() || !real_rounds.empty(); }
   int true_node() const { return true_; }
   int false_node() const { return false_; }
 

@@ -83,6 +83,10 @@ void Search<R>::check_invariants() {
 template <class R>
 Result Search<R>::run() {
   setup_search(ctx_, queue_, manager_);
+  if (lra_ && !lra_->constrains()) { // no relevant real atom or rounding: floats alone
+    propagation_.node_check = nullptr;
+    lra_.reset();
+  }
   // Rounding-mode variables range over the five modes, bit-vectors of width
   // n over the ranks 0 .. 2^n - 1.
   for (std::size_t v = 0; v < ctx_.p.vars.size(); ++v)

@@ -91,7 +91,7 @@ std::string value_text(Problem const& p, std::vector<IEEEFloat> const& given,
                        std::vector<mpq_class> const& real_inputs, Value v) {
   std::vector<IEEEFloat> model = given;
   std::vector<mpq_class> inputs = real_inputs;
-  if (p.has_reals()) complete_reals(p, model, inputs);
+  if (!p.reals.empty()) complete_reals(p, model, inputs);
   if (v.is_real) return real_text(real_values(p, model, inputs)[static_cast<std::size_t>(v.index)]);
   if (v.is_bool) return eval_bool(p, model, v.index) ? "true" : "false";
   if (v.is_rm) return rm_text(eval_fp(p, model, v.index));
@@ -505,7 +505,7 @@ void Session::get_model(SExpr const& cmd) {
   std::vector<IEEEFloat> model = model_;
   std::vector<mpq_class> inputs = real_inputs_;
   std::vector<mpq_class> reals;
-  if (p_->has_reals()) {
+  if (!p_->reals.empty()) {
     complete_reals(*p_, model, inputs);
     reals = real_values(*p_, model, inputs);
   }
