@@ -23,6 +23,10 @@
 //   only loosens bounds, so the assignment stays a tableau solution and
 //   non-basic columns stay within bounds, and no repair is needed after pop.
 //
+// Every rational given (coefficients, bounds) is canonical, as GMP's
+// arithmetic requires (an mpq_class built from a numerator and a
+// denominator needs canonicalize()).
+//
 // check() terminates: after a few pivots chosen for sparsity it follows
 // Bland's rule (smallest violated basic column leaves, smallest eligible
 // column enters), under which no basis repeats.
