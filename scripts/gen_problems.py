@@ -23,6 +23,12 @@
                                            xor, =>, = and ite over Booleans and floats,
                                            several Boolean variables, nesting depth up to 4,
                                            formats from (2,3) to Float64
+    gen_problems.py reals SEED             reals and floats linked by fp.to_real and to_fp
+                                           (every rounding mode, variables too): linear
+                                           real terms in every literal spelling, strict
+                                           and non-strict comparisons, sums that only
+                                           linear reasoning decides; formats (2,3) to
+                                           Float64 (QF_FPLRA)
 
 Every problem ends in (check-sat) and is written to standard
 output.  The same arguments always give the same text.
@@ -426,6 +432,173 @@ class Boolean(Arith):
         return "\n".join(self.lines) + "\n"
 
 
+REAL_FORMATS = [(2, 3), (3, 4), (4, 3), (3, 5), (5, 11), (8, 24), (11, 53)]
+REAL_COMPARE = ["<", "<=", ">", ">=", "=", "distinct", "<", "<="]
+
+
+class Reals:
+    """Real variables and floats linked both ways: linear real terms (sums,
+    differences, negations, products and quotients by constants, ite) over
+    real variables and fp.to_real of float terms, compared strictly and
+    non-strictly; floats rounded from real terms by to_fp under every
+    rounding mode, constants and variables.  Half of the problems also
+    bound a few terms and their weighted sum, on the edge of what the
+    bounds allow or past it, so only linear reasoning tells sat from unsat.
+    Floats read by fp.to_real are mostly asserted finite: fp.to_real of NaN
+    and infinities is unspecified."""
+
+    def __init__(self, seed):
+        self.rng = r = random.Random(seed)
+        pool = REAL_FORMATS[:4] if r.random() < 0.6 else REAL_FORMATS
+        self.formats = r.sample(pool, 1 if r.random() < 0.7 else 2)
+        self.lines = ["(set-logic QF_FPLRA)"]
+        self.rvars = ["r%d" % i for i in range(r.randrange(1, 4))]
+        for v in self.rvars:
+            self.lines.append("(declare-fun %s () Real)" % v)
+        self.fvars = {f: [] for f in self.formats}
+        for i in range(r.randrange(1, 4)):
+            f = self.formats[i % len(self.formats)]
+            self.fvars[f].append("x%d" % i)
+            self.lines.append("(declare-fun x%d () %s)" % (i, sort_text(f, r)))
+            if r.random() < 0.8:
+                self.lines.append("(assert (not (or (fp.isNaN x%d) (fp.isInfinite x%d))))" % (i, i))
+        self.rms = ["rm0"] if r.random() < 0.4 else []
+        if self.rms:
+            self.lines.append("(declare-fun rm0 () RoundingMode)")
+        # Half of the problems round real terms with variables (cvc5 alone
+        # decides them), the other half only constant real terms.
+        self.round_vars = r.random() < 0.5
+
+    def rm(self):
+        r = self.rng
+        return r.choice(self.rms) if self.rms and r.random() < 0.5 else r.choice(RMS)
+
+    def const_term(self, d):
+        """A real term without variables: constants under + - * /."""
+        r = self.rng
+        if d == 0 or r.random() < 0.4:
+            return self.const()
+        k = r.randrange(4)
+        if k == 0:
+            return "(+ %s %s)" % (self.const_term(d - 1), self.const_term(d - 1))
+        if k == 1:
+            return "(- %s)" % self.const_term(d - 1)
+        if k == 2:
+            return "(* %s %s)" % (self.const(), self.const_term(d - 1))
+        return "(/ %s %s)" % (self.const_term(d - 1), r.choice(["3", "(- 2.0)", "(/ 7 2)"]))
+
+    def const(self):
+        """A real constant in one of SMT-LIB's spellings."""
+        r = self.rng
+        k = r.randrange(5)
+        if k == 0:
+            t = str(r.randrange(0, 12))  # a numeral in a real context
+        elif k == 1:
+            t = r.choice(["0.5", "1.0", "2.5", "0.1", "3.75", "0.001", "1.25", "7.0", "0.0"])
+        elif k == 2:
+            t = "(/ %d %d)" % (r.randrange(1, 20), r.randrange(2, 10))
+        elif k == 3:
+            t = "(/ %d.0 %d.0)" % (r.randrange(1, 20), r.randrange(2, 10))
+        else:
+            t = "%d.%d" % (r.randrange(0, 16), r.choice([0, 25, 5, 75, 125, 3]))
+        return "(- %s)" % t if r.random() < 0.3 else t
+
+    def to_real(self, d):
+        r = self.rng
+        f = r.choice(self.formats)
+        x = r.choice(self.fvars[f]) if self.fvars[f] and (d == 0 or r.random() < 0.7) else self.fp(f, d)
+        return "(fp.to_real %s)" % x
+
+    def real(self, d):
+        r = self.rng
+        if d == 0 or r.random() < 0.3:
+            p = r.random()
+            return r.choice(self.rvars) if p < 0.45 else self.to_real(0) if p < 0.8 else self.const()
+        k = r.randrange(8)
+        if k == 0:
+            return "(+ %s)" % " ".join(self.real(d - 1) for _ in range(r.randrange(2, 4)))
+        if k == 1:
+            return "(- %s %s)" % (self.real(d - 1), self.real(d - 1))
+        if k == 2:
+            return "(- %s)" % self.real(d - 1)
+        if k == 3:
+            a, c = self.real(d - 1), self.const()
+            return "(* %s %s)" % ((c, a) if r.random() < 0.5 else (a, c))
+        if k == 4:
+            return "(/ %s %s)" % (self.real(d - 1), r.choice(["2", "3.0", "(- 4)", "(/ 1 3)", "0.5"]))
+        if k == 5:
+            return "(ite %s %s %s)" % (self.atom(0), self.real(d - 1), self.real(d - 1))
+        return self.to_real(d - 1)
+
+    def fp(self, f, d):
+        r = self.rng
+        eb, sb = f
+        if d == 0 or r.random() < 0.25:
+            if self.fvars[f] and r.random() < 0.6:
+                return r.choice(self.fvars[f])
+            return "((_ to_fp %d %d) %s %s)" % (eb, sb, self.rm(), self.const())
+        k = r.randrange(5)
+        if k <= 1:
+            t = self.real(d - 1) if self.round_vars else self.const_term(d)
+            return "((_ to_fp %d %d) %s %s)" % (eb, sb, self.rm(), t)
+        if k == 2:
+            return "(%s %s %s %s)" % (r.choice(["fp.add", "fp.sub", "fp.mul"]), self.rm(), self.fp(f, d - 1),
+                                      self.fp(f, d - 1))
+        if k == 3:
+            g = r.choice(self.formats)
+            return "((_ to_fp %d %d) %s %s)" % (eb, sb, self.rm(), self.fp(g, d - 1))
+        return "(%s %s)" % (r.choice(["fp.neg", "fp.abs"]), self.fp(f, d - 1))
+
+    def atom(self, d):
+        r = self.rng
+        p = r.random()
+        if p < 0.6:
+            return "(%s %s %s)" % (r.choice(REAL_COMPARE), self.real(d), self.real(d))
+        if p < 0.65:
+            return "(< %s %s %s)" % (self.real(d), self.real(d), self.real(d))
+        if p < 0.9:
+            f = r.choice(self.formats)
+            op = r.choice(["fp.leq", "fp.lt", "fp.geq", "fp.gt", "fp.eq", "=", "distinct"])
+            return "(%s %s %s)" % (op, self.fp(f, d), self.fp(f, d))
+        if self.rms:
+            return "(= %s %s)" % (self.rms[0], r.choice(RMS[:5]))
+        return "(fp.isZero %s)" % self.fp(r.choice(self.formats), d)
+
+    def linear(self):
+        """Terms t_i < c_i (or <=) and sum a_i * t_i > sum a_i * c_i + e: unsat
+        for e >= 0 (strict somewhere), sat for e < 0 when the t_i reach."""
+        r = self.rng
+        ts = [r.choice(self.rvars) if r.random() < 0.5 else self.to_real(0)
+              for _ in range(r.randrange(2, 4))]
+        total = 0
+        parts = []
+        for t in ts:
+            a, c = r.randrange(1, 4), r.randrange(-3, 4)
+            strict = r.random() < 0.6
+            self.lines.append("(assert (%s %s %s))" % ("<" if strict else "<=", t, lit(c)))
+            total += a * c
+            parts.append(t if a == 1 else "(* %d %s)" % (a, t))
+        e = r.choice([0, 0, -1, "(- (/ 1 8))"]) if r.random() < 0.7 else 0
+        bound = lit(total) if e == 0 else "(+ %s %s)" % (lit(total), e if e != -1 else "(- 1)")
+        op = ">" if e != 0 or r.random() < 0.5 else ">="
+        self.lines.append("(assert (%s (+ %s) %s))" % (op, " ".join(parts), bound))
+
+    def text(self):
+        r = self.rng
+        if r.random() < 0.5:
+            self.linear()
+        for _ in range(r.randrange(1, 4)):
+            a = self.atom(r.randrange(1, 3))
+            p = r.random()
+            if p < 0.2:
+                a = "(not %s)" % a
+            elif p < 0.35:
+                a = "(or %s %s)" % (a, self.atom(1))
+            self.lines.append("(assert %s)" % a)
+        self.lines += ["(check-sat)"]
+        return "\n".join(self.lines) + "\n"
+
+
 def fmt_arg(args, i, default):
     if len(args) <= i:
         return default
@@ -498,6 +671,8 @@ def main(argv):
         sys.stdout.write(Mixed(n).text())
     elif kind == "boolean":
         sys.stdout.write(Boolean(n).text())
+    elif kind == "reals":
+        sys.stdout.write(Reals(n).text())
     elif kind in ("chain", "chain-unsat"):
         sys.stdout.write(chain(n, fmt_arg(argv, 3, (11, 53)), kind == "chain-unsat"))
     elif kind == "many":

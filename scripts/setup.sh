@@ -10,7 +10,7 @@
 #   run    build the library and fpsolve (compiler, CMake, GMP, MPFR)
 #   test   run, plus GoogleTest, z3 and cvc5 (the differential test), valgrind,
 #          clang-format (the format check)
-#   bench  run, plus Google Benchmark, the peers (abseil, Boost, FLINT) and the plot
+#   bench  run, plus Google Benchmark, the peers (abseil, Boost, FLINT, GLPK) and the plot
 #   fuzz   run, plus clang-14 and libFuzzer
 set -euo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -23,7 +23,7 @@ packages=(g++ cmake ninja-build pkg-config make libgmp-dev libmpfr-dev)
 case "$purpose" in
   run) ;;
   test) packages+=(libgtest-dev libgmock-dev python3 z3 cvc5 valgrind clang-format-14) ;;
-  bench) packages+=(libbenchmark-dev libabsl-dev libboost-dev libflint-dev python3 python3-matplotlib) ;;
+  bench) packages+=(libbenchmark-dev libabsl-dev libboost-dev libflint-dev libglpk-dev python3 python3-matplotlib) ;;
   fuzz) packages+=(clang-14 libfuzzer-14-dev libclang-rt-14-dev) ;;
   *) usage ;;
 esac

@@ -6,6 +6,7 @@
 #include "engine/apply.h"
 #include "engine/bv_ops.h"
 #include "engine/options.h"
+#include "engine/real_terms.h"
 #include "engine/solve.h"
 #include "host/fp_arith.h"
 #include "smtlib/elaborate.h"
@@ -48,6 +49,7 @@ struct Solver::Impl {
   Elaborator elaborator{problem};
   Options options;
   std::vector<IEEEFloat> model;
+  std::vector<mpq_class> real_inputs; // with reals: the model's real inputs
   bool have_model = false;
   std::string reason_unknown;
   std::size_t depth = 0; // scopes open
@@ -77,6 +79,12 @@ struct Solver::Impl {
   }
 
   std::string text_of(Value v) const {
+    if (v.is_real) {
+      std::vector<IEEEFloat> m = model;
+      std::vector<mpq_class> in = real_inputs;
+      complete_reals(problem, m, in);
+      return real_text(real_values(problem, m, in)[static_cast<std::size_t>(v.index)]);
+    }
     if (v.is_bool) return eval_bool(problem, model, v.index) ? "true" : "false";
     IEEEFloat const x = eval_fp(problem, model, v.index);
     if (v.is_rm) return std::string(qorv::swflt::rounding_mode_name(rm_of_value(x)));
@@ -141,11 +149,15 @@ Answer Solver::check() {
   Impl& s = *impl_;
   Result r = solve(s.problem, s.options);
   s.model = std::move(r.model);
+  s.real_inputs = std::move(r.real_inputs);
   s.reason_unknown = std::move(r.reason_unknown);
   s.have_model = r.answer == fpsolve::Answer::sat;
   if (s.have_model) {
     std::string why;
-    if (!verify_model(s.problem, s.model, &why)) {
+    bool const verified = s.problem.has_reals()
+                              ? verify_reals(s.problem, s.model, s.real_inputs, &why)
+                              : verify_model(s.problem, s.model, &why);
+    if (!verified) {
       s.have_model = false;
       throw std::logic_error(
           "fpsolve: internal error, please report: the search answered sat but " + why);
@@ -160,8 +172,8 @@ std::string const& Solver::reason_unknown() const {
 }
 
 qorv::IEEEFloat Solver::fp_value(std::string_view term) {
-  Value const v =
-      impl_->term_of(term, "a floating-point term", [](Value x) { return !x.is_bool && !x.is_rm; });
+  Value const v = impl_->term_of(term, "a floating-point term",
+                                 [](Value x) { return !x.is_bool && !x.is_rm && !x.is_real; });
   if (impl_->problem.operands[v.index].bv > 0)
     throw std::invalid_argument("fpsolve::api::Solver: '" + std::string(term) +
                                 "' is a bit-vector term; its value is value_text's");
@@ -191,7 +203,9 @@ std::string Solver::model_text() const {
     Var const& var = s.problem.vars[v];
     out += "  (define-fun " + SExpr{false, Token{Tok::symbol, var.name, {}}, {}, {}}.to_text() +
            " () ";
-    if (var.is_bool)
+    if (var.real >= 0)
+      out += "Real " + s.text_of(Value{false, var.real, false, true});
+    else if (var.is_bool)
       out += std::string("Bool ") + (s.model[v].is_nan() ? "false" : "true");
     else if (var.is_rm)
       out +=

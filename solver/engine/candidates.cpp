@@ -2,6 +2,7 @@
 #include "engine/candidates.h"
 
 #include "engine/apply.h"
+#include "engine/real_terms.h"
 
 #include <string>
 
@@ -32,6 +33,10 @@ bool Candidates<R>::verify(std::vector<IEEEFloat>& m) {
   PhaseTimer const timer(ctx_.stats.check_time);
   ++ctx_.stats.model_checks;
   std::string why;
+  if (ctx_.p.has_reals()) {
+    std::vector<mpq_class> inputs = ctx_.real_inputs;
+    return verify_reals(ctx_.p, m, inputs, &why, &ctx_.relevant);
+  }
   return verify_model(ctx_.p, m, &why, &ctx_.relevant);
 }
 
@@ -39,13 +44,18 @@ template <class R>
 bool Candidates<R>::completion_differs(std::vector<IEEEFloat>& m) {
   PhaseTimer const timer(ctx_.stats.check_time);
   ++ctx_.stats.model_checks;
+  if (ctx_.p.has_reals()) {
+    std::vector<mpq_class> inputs = ctx_.real_inputs;
+    return complete_reals(ctx_.p, m, inputs, &ctx_.relevant);
+  }
   return complete_model(ctx_.p, m, nullptr, &ctx_.relevant);
 }
 
 template <class R>
 bool Candidates<R>::try_candidate(std::vector<IEEEFloat>* out) {
   *out = model();
-  if (ctx_.p.defs.empty()) return true; // evaluation over the intervals was exact enough
+  if (ctx_.p.defs.empty() && !ctx_.p.has_reals())
+    return true; // evaluation over the intervals was exact enough
   return verify(*out);
 }
 

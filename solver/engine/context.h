@@ -17,6 +17,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <gmpxx.h>
 #include <vector>
 
 namespace fpsolve {
@@ -64,6 +65,9 @@ struct SearchContext {
   // whose link roots follow the assertions in `roots`.
   int first_selector = static_cast<int>(p.vars.size());
   std::vector<int> links;
+  // With reals: the values of the real inputs (by real term) that the last
+  // feasible check of the linear real arithmetic found (lra_bridge.h).
+  std::vector<mpq_class> real_inputs;
   // Per variable: how much the learned clauses have involved it (VSIDS:
   // each literal adds activity_step, which grows by 1/0.95 per clause).
   std::vector<double> activity = std::vector<double>(p.vars.size(), 0.0);

@@ -2,10 +2,13 @@
 // index handed out once stays valid for the life of the problem.
 #include "engine/problem.h"
 
+#include "engine/real_terms.h"
+
 #include "host/packed_rank.h"
 
 #include <cassert>
 #include <functional>
+#include <map>
 #include <stdexcept>
 
 #include <utility>
@@ -109,6 +112,117 @@ int Problem::add_def(Def d, IEEEFloat::format fmt, std::uint32_t bv) {
   o.bv = bv;
   int const operand = add_operand(o);
   def_index_.emplace(std::move(key), operand);
+  return operand;
+}
+
+int Problem::add_real_var(std::string const& name) {
+  RealTerm t;
+  t.name = name;
+  reals.push_back(std::move(t));
+  return static_cast<int>(reals.size() - 1);
+}
+
+int Problem::add_linear(mpq_class const& constant,
+                        std::vector<std::pair<int, mpq_class>> const& sum) {
+  // Flattened over linear terms and merged by term, so equal forms share.
+  mpq_class c = constant;
+  std::map<int, mpq_class> merged;
+  for (auto const& [t, k] : sum) {
+    RealTerm const& rt = reals[static_cast<std::size_t>(t)];
+    if (rt.op != RealOp::linear) {
+      merged[t] += k;
+      continue;
+    }
+    c += k * rt.constant;
+    for (auto const& [u, j] : rt.sum)
+      merged[u] += k * j;
+  }
+  RealTerm lin;
+  lin.op = RealOp::linear;
+  lin.constant = c;
+  std::string key = "L" + c.get_str();
+  for (auto const& [t, k] : merged)
+    if (k != 0) {
+      lin.sum.emplace_back(t, k);
+      key += " " + std::to_string(t) + ":" + k.get_str();
+    }
+  if (c == 0 && lin.sum.size() == 1 && lin.sum[0].second == 1) return lin.sum[0].first;
+  auto [it, fresh] = real_index_.try_emplace(key, static_cast<int>(reals.size()));
+  if (fresh) reals.push_back(std::move(lin));
+  return it->second;
+}
+
+int Problem::add_to_real(int operand) {
+  Operand const& o = operands[static_cast<std::size_t>(operand)];
+  std::string const f = std::to_string(o.fmt.eb) + "." + std::to_string(o.fmt.sb);
+  auto [sp, fresh_specials] = special_index_.try_emplace(f);
+  if (fresh_specials)
+    for (int i = 0; i < 3; ++i) // not declared: models show them through the terms only
+      sp->second[static_cast<std::size_t>(i)] = add_real_var("@to_real." +
+                                                             std::string(i == 0   ? "nan."
+                                                                         : i == 1 ? "+oo."
+                                                                                  : "-oo.") +
+                                                             f);
+  std::array<int, 3> const specials = sp->second;
+  if (o.var < 0) {
+    if (o.constant.is_nan()) return specials[0];
+    if (o.constant.is_inf()) return specials[o.constant.get_sign() ? 2 : 1];
+    return add_linear(exact_value(o.constant), {});
+  }
+  auto [it, fresh] =
+      real_index_.try_emplace("T" + std::to_string(operand), static_cast<int>(reals.size()));
+  if (fresh) {
+    RealTerm t;
+    t.op = RealOp::to_real;
+    t.operand = operand;
+    for (std::size_t i = 0; i < 3; ++i)
+      t.special[i] = specials[i];
+    reals.push_back(std::move(t));
+  }
+  return it->second;
+}
+
+int Problem::add_real_ite(int cond, int a, int b) {
+  if (cond == true_ || a == b) return a;
+  if (cond == false_) return b;
+  std::string const key =
+      "I" + std::to_string(cond) + " " + std::to_string(a) + " " + std::to_string(b);
+  auto [it, fresh] = real_index_.try_emplace(key, static_cast<int>(reals.size()));
+  if (fresh) {
+    RealTerm t;
+    t.op = RealOp::ite;
+    t.cond = cond;
+    t.a = a;
+    t.b = b;
+    reals.push_back(std::move(t));
+  }
+  return it->second;
+}
+
+int Problem::add_real_atom(int term, bool strict) {
+  RealTerm const& t = reals[static_cast<std::size_t>(term)];
+  if (t.op == RealOp::linear && t.sum.empty())
+    return (strict ? t.constant < 0 : t.constant <= 0) ? true_ : false_;
+  std::string const key = (strict ? "A<" : "A") + std::to_string(term);
+  if (auto it = real_index_.find(key); it != real_index_.end()) return it->second;
+  int const v = add_var("@r" + std::to_string(real_atoms.size()), true, {2, 2});
+  real_atoms.push_back(RealAtom{v, term, strict});
+  int const n = add_node(Op::bvar, v);
+  real_index_.emplace(key, n);
+  return n;
+}
+
+int Problem::add_real_round(int rm, int real, IEEEFloat::format fmt) {
+  std::string const key = "R" + std::to_string(rm) + " " + std::to_string(real) + " " +
+                          std::to_string(fmt.eb) + " " + std::to_string(fmt.sb);
+  if (auto it = real_index_.find(key); it != real_index_.end()) return it->second;
+  int const v = add_var("@f" + std::to_string(real_rounds.size()), false, fmt);
+  real_rounds.push_back(RealRound{v, rm, real});
+  Operand o;
+  o.var = v;
+  o.fmt = fmt;
+  int const operand = add_operand(o);
+  real_index_.emplace(key, operand);
   return operand;
 }
 

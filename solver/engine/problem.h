@@ -27,6 +27,18 @@
 // floats of the same format, and the search keeps a bit-vector variable
 // within its 2^n ranks (no NaN, no rank above 2^n - 1).
 //
+// Reals (QF_LRA and its float combinations) are exact rationals and live
+// beside the floats: a RealTerm is a real variable, fp.to_real of a float
+// operand, an ite of two real terms, or a linear form (a constant plus a sum
+// of coefficient times term) over the others.  A real comparison is a
+// RealAtom "term < 0" or "term <= 0" stood for by a Boolean variable of its
+// own (read by a `bvar` node), so the float search decides it like any
+// Boolean; to_fp of a real term is a RealRound, whose result is a float
+// variable of its own that the search splits like an input.  Neither the
+// atom's variable nor the round's result is tied to its meaning by the
+// float engine: the real reasoning (engine/lra_bridge.h) and the exact
+// check (engine/real_terms.h) are what tie them.
+//
 // SMT-LIB has a single NaN, so every NaN constant is stored with the quiet
 // NaN pattern (IEEEFloat::self_nan); the search keeps the same convention.
 //
@@ -43,6 +55,7 @@
 #include "host/ieee_float.h"
 #include "host/terms.h"
 
+#include <array>
 #include <cstdint>
 #include <gmpxx.h>
 #include <string>
@@ -60,7 +73,8 @@ struct Var {
   IEEEFloat::format fmt{2, 2}; // (2, 2) for Booleans and rounding modes
   std::uint32_t bv = 0;        // a bit-vector's width (format (2, bv + 1)), else 0
   qorv::Term const* term = nullptr;
-  int def = -1; // the Def whose result this is, or -1 for an input variable
+  int def = -1;  // the Def whose result this is, or -1 for an input variable
+  int real = -1; // a declared real: its RealTerm (the variable itself is unused)
 };
 
 struct Operand {
@@ -178,6 +192,37 @@ struct Node {
   std::vector<int> kids;
 };
 
+enum class RealOp : std::uint8_t {
+  var,     // an input, or the hidden value of fp.to_real at NaN or an infinity
+  linear,  // constant + sum of coefficient * term
+  to_real, // fp.to_real of `operand`
+  ite      // cond ? a : b
+};
+
+struct RealTerm {
+  RealOp op = RealOp::var;
+  std::string name;                           // var only
+  mpq_class constant;                         // linear only
+  std::vector<std::pair<int, mpq_class>> sum; // linear only: non-zero coefficients, no linear term
+  int operand = -1;                           // to_real only
+  int special[3] = {-1, -1, -1};              // to_real only: its value at NaN, +oo, -oo
+  int cond = -1, a = -1, b = -1;              // ite only
+};
+
+// var is true exactly when the value of `term` is < 0 (strict) or <= 0.
+struct RealAtom {
+  int var = -1;
+  int term = -1;
+  bool strict = false;
+};
+
+// var = to_fp of the real term `real` under the rounding-mode operand rm.
+struct RealRound {
+  int var = -1;
+  int rm = -1;
+  int real = -1;
+};
+
 class Problem {
 public:
   Problem();
@@ -206,6 +251,21 @@ public:
   // the same operands returns the operand of the first one.
   // A bit-vector result has format bv_format(bv) (fmt is then ignored).
   int add_def(Def d, IEEEFloat::format fmt, std::uint32_t bv = 0);
+  // Reals: a real variable (its declared Var's `real`), a linear form
+  // (folded: a sum whose only term has coefficient 1 and no constant is that
+  // term), fp.to_real of an operand, an ite; returns the RealTerm's index.
+  int add_real_var(std::string const& name);
+  int add_linear(mpq_class const& constant, std::vector<std::pair<int, mpq_class>> const& sum);
+  int add_to_real(int operand);
+  int add_real_ite(int cond, int a, int b);
+  // The Boolean node of "term < 0" (strict) or "term <= 0"; a constant term
+  // gives true or false.
+  int add_real_atom(int term, bool strict);
+  // The operand of to_fp of a real term in format fmt under rm.
+  int add_real_round(int rm, int real, IEEEFloat::format fmt);
+  // Real constraints exist: an atom over reals or a rounding of one (real
+  // terms alone, such as the literal of a folded to_fp, constrain nothing).
+  bool has_reals() const { return !real_atoms.empty() || !real_rounds.empty(); }
   int true_node() const { return true_; }
   int false_node() const { return false_; }
 
@@ -216,6 +276,9 @@ public:
   std::vector<Def> defs;
   std::vector<int> assertions; // root nodes
   std::vector<int> declared;   // variables in scope, in declaration order
+  std::vector<RealTerm> reals;
+  std::vector<RealAtom> real_atoms;
+  std::vector<RealRound> real_rounds;
 
 private:
   // What makes two Defs the same term: the operation, its operands and the
@@ -237,6 +300,10 @@ private:
   std::unordered_map<std::string, int>
       constant_index_; // constants by their bits, so equal ones share
   int rm_constant_[5] = {-1, -1, -1, -1, -1};
+  // Reals are shared like Defs: the same form, atom or round gives the same index.
+  std::unordered_map<std::string, int> real_index_;
+  // fp.to_real's hidden values at NaN, +oo and -oo, one triple per format.
+  std::unordered_map<std::string, std::array<int, 3>> special_index_;
 };
 
 // The quiet NaN when v is a NaN, v otherwise: the one NaN of the problem.

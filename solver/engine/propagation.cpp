@@ -53,8 +53,9 @@ template <class R>
 bool Propagation<R>::deduce() {
   PhaseTimer const timer(ctx_.stats.propagation_time);
   Round const outcome = propagate();
-  if (outcome == Round::stalled) return !graph_.has_strict_cycle();
-  return outcome == Round::fixpoint;
+  if (outcome == Round::conflict || (outcome == Round::stalled && graph_.has_strict_cycle()))
+    return false;
+  return !node_check || node_check();
 }
 
 FPSOLVE_INSTANTIATE_FOR_RANKS(Propagation)

@@ -16,6 +16,8 @@
 // queue every entry again.
 #pragma once
 
+#include <functional>
+
 #include "engine/chain_jump.h"
 #include "engine/def_propagation.h"
 #include "engine/learning.h"
@@ -33,6 +35,10 @@ public:
   // One round of deduction: propagate, and when that stalls, refute a cycle
   // of forced comparisons with a strict step.  False on a conflict.
   bool deduce();
+  // A check of the node after each successful round (the linear real
+  // arithmetic, lra_bridge.h), whose failure is a conflict like any other:
+  // the learning's tests see it through deduce() as well.
+  std::function<bool()> node_check;
 
 private:
   enum class Round { fixpoint, conflict, stalled };

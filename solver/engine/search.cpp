@@ -25,6 +25,13 @@ Search<R>::Search(Problem& problem, Options const& options)
   ctx_.first_selector = selectors_.first;
   ctx_.links = selectors_.links;
   ctx_.stats.selectors = selectors_.decidable.size();
+  // Reals: the simplex checks every node after propagation.  The probe and
+  // the model search pick float values alone, which fix no real, so they
+  // stay off there (real_inputs come from the simplex of the node).
+  if (problem.has_reals()) {
+    lra_ = std::make_unique<LraBridge<R>>(ctx_, tc_);
+    propagation_.node_check = [this] { return lra_->check(); };
+  }
 }
 
 template <class R>
@@ -76,6 +83,10 @@ void Search<R>::check_invariants() {
 template <class R>
 Result Search<R>::run() {
   setup_search(ctx_, queue_, manager_);
+  if (lra_ && !lra_->constrains()) { // no relevant real atom or rounding: floats alone
+    propagation_.node_check = nullptr;
+    lra_.reset();
+  }
   // Rounding-mode variables range over the five modes, bit-vectors of width
   // n over the ranks 0 .. 2^n - 1.
   for (std::size_t v = 0; v < ctx_.p.vars.size(); ++v)
@@ -90,7 +101,7 @@ Result Search<R>::run() {
   Problem const& p = ctx_.p;
   Stats& stats = ctx_.stats;
   Result res;
-  bool ok = propagation_.deduce();
+  bool ok = (!lra_ || lra_->narrow_at_root()) && propagation_.deduce();
   open_at_root_ = ok && ctx_.opt.atom_decisions && decider_.pick({}).var >= 0;
   for (;;) {
     if (ctx_.checking) check_invariants();
@@ -114,8 +125,9 @@ Result Search<R>::run() {
         bool const candidate = s == l_True || !p.defs.empty();
         m.clear();
         if ((candidate && candidates_.try_candidate(&m)) ||
-            (ctx_.opt.probe && prober_.due() && prober_.probe(&m)) ||
-            (ctx_.opt.model_search && model_search_.due() && model_search_.search(&m, &m))) {
+            (ctx_.opt.probe && !lra_ && prober_.due() && prober_.probe(&m)) ||
+            (ctx_.opt.model_search && !lra_ && model_search_.due() &&
+             model_search_.search(&m, &m))) {
           res.answer = Answer::sat;
           res.model = std::move(m);
           break;
@@ -211,6 +223,7 @@ Result Search<R>::run() {
   stats.seconds = d.count();
   if (res.model.size() > static_cast<std::size_t>(selectors_.first)) // selectors are no inputs
     res.model.erase(res.model.begin() + selectors_.first, res.model.end());
+  if (res.answer == Answer::sat) res.real_inputs = ctx_.real_inputs;
   res.stats = stats;
   return res;
 }

@@ -25,8 +25,11 @@
 // list of members to keep in step with the code.
 #pragma once
 
+#include <memory>
+
 #include "engine/atom_decisions.h"
 #include "engine/learning.h"
+#include "engine/lra_bridge.h"
 #include "engine/model_search.h"
 #include "engine/probe.h"
 #include "engine/propagation.h"
@@ -66,9 +69,10 @@ private:
   Prober<R> prober_;
   ModelSearch<R> model_search_;
   AtomDecider<R> decider_;
-  std::vector<IEEEFloat> witness_; // the node's candidate model, exact, when there is one
-  bool atoms_on_ = false;          // atom decisions have started (after atom-delay conflicts)
-  bool open_at_root_ = false;      // an atom was open after the root's propagation
+  std::unique_ptr<LraBridge<R>> lra_; // problems with reals only
+  std::vector<IEEEFloat> witness_;    // the node's candidate model, exact, when there is one
+  bool atoms_on_ = false;             // atom decisions have started (after atom-delay conflicts)
+  bool open_at_root_ = false;         // an atom was open after the root's propagation
 };
 
 } // namespace fpsolve

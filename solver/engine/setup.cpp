@@ -1,6 +1,8 @@
 // The search's setup (see setup.h).
 #include "engine/setup.h"
 
+#include "engine/real_terms.h"
+
 namespace fpsolve {
 
 void setup_search(SearchContext& ctx, PropagationQueue& queue, qorv::FpDecDepManager& manager) {
@@ -66,9 +68,14 @@ void setup_search(SearchContext& ctx, PropagationQueue& queue, qorv::FpDecDepMan
       watch(v, r);
       mark(v);
     });
+  // The floats and Booleans read by the real side of a relevant variable
+  // (a real atom's, a to_fp of a real's) are relevant too.
+  std::vector<std::vector<int>> const real_deps = real_dependencies(p);
   while (!work.empty()) {
     int const v = work.back();
     work.pop_back();
+    for (int u : real_deps[static_cast<std::size_t>(v)])
+      mark(u);
     int const d = p.vars[v].def;
     if (d < 0) continue;
     Def const& df = p.defs[d];

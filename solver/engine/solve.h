@@ -65,6 +65,9 @@ struct Result {
   // One value per variable; Booleans: true when not NaN; rounding modes
   // as rm_value.  The values of terms (Def variables) are their exact values.
   std::vector<IEEEFloat> model;
+  // With reals: the values of the real inputs, one per real term (only
+  // those of RealOp::var count); the rest follows (real_terms.h).
+  std::vector<mpq_class> real_inputs;
   Stats stats;
 };
 

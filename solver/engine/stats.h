@@ -31,12 +31,15 @@ namespace fpsolve {
   X(count, model_search_evals, "model-search-evals", "points the model search evaluated exactly")  \
   X(count, model_search_restarts, "model-search-restarts", "starting points of the model search")  \
   X(count, model_checks, "model-checks", "candidate models checked exactly")                       \
+  X(count, lra_checks, "lra-checks", "linear real checks of a node's box by the simplex")          \
+  X(count, lra_conflicts, "lra-conflicts", "boxes whose real constraints the simplex refuted")     \
   X(time, parse_time, "parse-time", "reading and elaborating the script")                          \
   X(time, propagation_time, "propagation-time", "propagation rounds")                              \
   X(time, learning_time, "learning-time", "learning clauses and jumping back")                     \
   X(time, probe_time, "probe-time", "model probes")                                                \
   X(time, model_search_time, "model-search-time", "the model search")                              \
   X(time, check_time, "model-check-time", "exact evaluation of candidate models")                  \
+  X(time, lra_time, "lra-time", "the simplex's checks of real constraints")                        \
   X(time, seconds, "time", "the whole check-sat")
 
 struct Stats {

@@ -7,6 +7,7 @@
 
 #include "engine/apply.h"
 #include "engine/bv_ops.h"
+#include "engine/real_terms.h"
 
 #include "host/fp_arith.h"
 
@@ -83,7 +84,15 @@ std::string rm_text(IEEEFloat const& v) {
   return std::string(qorv::swflt::rounding_mode_name(rm_of_value(v)));
 }
 
-std::string value_text(Problem const& p, std::vector<IEEEFloat> const& model, Value v) {
+// With reals, the model is completed with them first (real_terms.h), so
+// that the variables of real atoms and rounds, even those built after the
+// check, have their meaning.
+std::string value_text(Problem const& p, std::vector<IEEEFloat> const& given,
+                       std::vector<mpq_class> const& real_inputs, Value v) {
+  std::vector<IEEEFloat> model = given;
+  std::vector<mpq_class> inputs = real_inputs;
+  if (!p.reals.empty()) complete_reals(p, model, inputs);
+  if (v.is_real) return real_text(real_values(p, model, inputs)[static_cast<std::size_t>(v.index)]);
   if (v.is_bool) return eval_bool(p, model, v.index) ? "true" : "false";
   if (v.is_rm) return rm_text(eval_fp(p, model, v.index));
   if (std::uint32_t const n = p.operands[v.index].bv) return bv_text(eval_fp(p, model, v.index), n);
@@ -150,6 +159,7 @@ private:
   Last last_ = Last::none;
   std::string reason_unknown_;
   std::vector<IEEEFloat> model_;
+  std::vector<mpq_class> real_inputs_; // with reals: the model's real inputs
   std::vector<Assumption> assumptions_;
   std::optional<std::string> core_; // computed once per unsat answer
   Stats totals_;
@@ -453,7 +463,10 @@ Result Session::solve_roots(std::vector<int> const& roots) {
   }
   totals_ += r.stats;
   std::string why;
-  if (r.answer == Answer::sat && !verify_model(*p_, r.model, &why)) {
+  bool const verified = r.answer != Answer::sat ? true
+                        : p_->has_reals()       ? verify_reals(*p_, r.model, r.real_inputs, &why)
+                                                : verify_model(*p_, r.model, &why);
+  if (!verified) {
     std::cerr << "fpsolve: internal error, please report: the search answered sat but " << why
               << "\n";
     for (int v : p_->declared)
@@ -478,6 +491,7 @@ void Session::check_sat(std::vector<Assumption> assumptions) {
   // "incomplete" where it says nothing.
   reason_unknown_ = r.reason_unknown;
   model_ = std::move(r.model);
+  real_inputs_ = std::move(r.real_inputs);
   assumptions_ = std::move(assumptions);
   core_.reset();
   *regular_ << (last_ == Last::sat ? "sat" : last_ == Last::unsat ? "unsat" : "unknown") << "\n";
@@ -488,10 +502,19 @@ void Session::get_model(SExpr const& cmd) {
   need(Last::sat, cmd, "a check-sat answering sat");
   std::ostream& o = *regular_;
   o << "(\n";
+  std::vector<IEEEFloat> model = model_;
+  std::vector<mpq_class> inputs = real_inputs_;
+  std::vector<mpq_class> reals;
+  if (!p_->reals.empty()) {
+    complete_reals(*p_, model, inputs);
+    reals = real_values(*p_, model, inputs);
+  }
   for (int v : p_->declared) {
     Var const& var = p_->vars[v];
     o << "  (define-fun " << symbol_text(var.name) << " () ";
-    if (var.is_bool)
+    if (var.real >= 0)
+      o << "Real " << real_text(reals[static_cast<std::size_t>(var.real)]);
+    else if (var.is_bool)
       o << "Bool " << (model_[v].is_nan() ? "false" : "true");
     else if (var.is_rm)
       o << "RoundingMode " << rm_text(model_[v]);
@@ -513,7 +536,7 @@ void Session::get_value(SExpr const& cmd) {
   for (SExpr const& t : cmd.items[1].items) {
     Value v = el_->elaborate(t);
     if (answer.size() > 1) answer += "\n ";
-    answer += "(" + t.to_text() + " " + value_text(*p_, model_, v) + ")";
+    answer += "(" + t.to_text() + " " + value_text(*p_, model_, real_inputs_, v) + ")";
   }
   *regular_ << answer << ")\n";
 }
@@ -540,7 +563,7 @@ void Session::get_assignment(SExpr const& cmd) {
     Value v = el_->elaborate(SExpr{false, Token{Tok::symbol, n, {}}, {}, {}});
     if (!v.is_bool) continue;
     if (answer.size() > 1) answer += "\n ";
-    answer += "(" + symbol_text(n) + " " + value_text(*p_, model_, v) + ")";
+    answer += "(" + symbol_text(n) + " " + value_text(*p_, model_, real_inputs_, v) + ")";
   }
   *regular_ << answer << ")\n";
 }

@@ -73,58 +73,27 @@ bool rounding_mode_of(SExpr const& e, IEEEFloat::rounding_mode* rm) {
   return true;
 }
 
-// A real literal: numeral, decimal, (- r) or (/ r r), as an exact rational.
-// Nested forms are evaluated with an explicit stack, in the order of the
-// recursive definition: a divisor (and its check for zero) before its
-// dividend.
-mpq_class real_of(SExpr const& root) {
-  auto leaf = [](SExpr const& e) {
-    std::string const& t = e.atom.text;
-    auto dot = t.find('.');
-    if (dot == std::string::npos) return mpq_class(mpz_class(t, 10));
-    mpq_class q(mpz_class(t.substr(0, dot) + t.substr(dot + 1), 10),
-                mpz_class("1" + std::string(t.size() - dot - 1, '0'), 10));
-    q.canonicalize();
-    return q;
+// "-" followed by a numeral or a decimal.
+bool negative_literal(std::string const& s) {
+  std::size_t const dot = s.find('.');
+  auto digits = [&](std::size_t from, std::size_t to) {
+    return to > from && s.find_first_not_of("0123456789", from) >= to;
   };
-  struct Step {
-    SExpr const* e;
-    int done; // operands evaluated so far
-  };
-  std::vector<Step> todo{{&root, 0}};
-  std::vector<mpq_class> values;
-  while (!todo.empty()) {
-    Step& s = todo.back();
-    SExpr const& e = *s.e;
-    if (!e.is_list && (e.atom.kind == Tok::numeral || e.atom.kind == Tok::decimal)) {
-      values.push_back(leaf(e));
-      todo.pop_back();
-    } else if (e.is_list && e.items.size() == 2 && e.items[0].is_symbol("-")) {
-      if (s.done++ == 0) {
-        todo.push_back({&e.items[1], 0});
-      } else {
-        values.back() = -values.back();
-        todo.pop_back();
-      }
-    } else if (e.is_list && e.items.size() == 3 && e.items[0].is_symbol("/")) {
-      if (s.done == 0) {
-        ++s.done;
-        todo.push_back({&e.items[2], 0});
-      } else if (s.done == 1) {
-        if (values.back() == 0) throw SmtError(e.pos, "division by zero in a real literal");
-        ++s.done;
-        todo.push_back({&e.items[1], 0});
-      } else {
-        mpq_class const n = values.back();
-        values.pop_back();
-        values.back() = n / values.back();
-        todo.pop_back();
-      }
-    } else {
-      throw SmtError(e.pos, "expected a real literal (numeral, decimal, (- r) or (/ r r))");
-    }
-  }
-  return values.back();
+  if (s.size() < 2 || s[0] != '-') return false;
+  if (dot == std::string::npos) return digits(1, s.size());
+  return digits(1, dot) && digits(dot + 1, s.size());
+}
+
+// A numeral or decimal as an exact rational ((- r) and (/ r r) are real
+// operations on it, elaborate_real.cpp).
+mpq_class real_of(SExpr const& e) {
+  std::string const& t = e.atom.text;
+  auto dot = t.find('.');
+  if (dot == std::string::npos) return mpq_class(mpz_class(t, 10));
+  mpq_class q(mpz_class(t.substr(0, dot) + t.substr(dot + 1), 10),
+              mpz_class("1" + std::string(t.size() - dot - 1, '0'), 10));
+  q.canonicalize();
+  return q;
 }
 
 } // namespace
@@ -212,6 +181,11 @@ Elaborator::Sort Elaborator::parse_sort(SExpr const& e) const {
       s.is_bool = true;
     else if (n == "RoundingMode")
       s.is_rm = true;
+    else if (n == "Real")
+      s.is_real = true;
+    else if (n == "Int")
+      throw SmtError(e.pos, "unsupported sort 'Int'; integers are outside the supported logics "
+                            "(reals, floating point and bit-vectors)");
     else if (n == "Float16")
       s.fmt = {5, 11};
     else if (n == "Float32")
@@ -226,7 +200,7 @@ Elaborator::Sort Elaborator::parse_sort(SExpr const& e) const {
       s = b->sort;
     } else
       throw SmtError(e.pos, "unknown sort '" + n +
-                                "'; expected Bool, a floating-point sort or a defined sort");
+                                "'; expected Bool, Real, a floating-point sort or a defined sort");
     return s;
   }
   if (e.items.size() == 4 && e.items[0].is_symbol("_") && e.items[1].is_symbol("FloatingPoint")) {
@@ -305,6 +279,12 @@ void Elaborator::declare(std::string const& name, SExpr const& sort_e, SExpr con
   Sort s = parse_sort(sort_e);
   if (lookup(name)) throw SmtError(where.pos, "name '" + name + "' is already declared");
   Binding b;
+  if (s.is_real) {
+    b.value = real_var(name);
+    bind(name, b, where);
+    p_.declared.push_back(static_cast<int>(p_.vars.size()) - 1);
+    return;
+  }
   if (s.is_rm) {
     b.value = {false, p_.add_rm_var(name), true};
     bind(name, b, where);
@@ -346,7 +326,8 @@ Elaborator::Sort Elaborator::sort_of(Value v) const {
   Sort s;
   s.is_bool = v.is_bool;
   s.is_rm = v.is_rm;
-  if (!v.is_bool && !v.is_rm) {
+  s.is_real = v.is_real;
+  if (!v.is_bool && !v.is_rm && !v.is_real) {
     s.fmt = p_.operands[v.index].fmt;
     s.bv = p_.operands[v.index].bv;
   }
@@ -358,6 +339,7 @@ Elaborator::Sort Elaborator::sort_of(Value v) const {
 bool Elaborator::has_sort(Value v, Sort const& s) const {
   Sort const t = sort_of(v);
   if (t.is_bool || s.is_bool) return t.is_bool == s.is_bool;
+  if (t.is_real || s.is_real) return t.is_real == s.is_real;
   if (t.is_rm || s.is_rm) return t.is_rm == s.is_rm;
   return t.fmt == s.fmt && t.bv == s.bv;
 }
@@ -394,6 +376,8 @@ void Elaborator::define_fun(std::string const& name, SExpr const& params, SExpr 
       Value pv;
       if (ps.is_bool)
         pv = {true, p_.add_node(Op::bvar, p_.add_var(placeholder, true, ps.fmt))};
+      else if (ps.is_real)
+        pv = real_var(placeholder);
       else if (ps.is_rm)
         pv = {false, p_.add_rm_var(placeholder), true};
       else if (ps.bv > 0)
@@ -511,6 +495,7 @@ void Elaborator::pop(std::size_t n, SExpr const& where) {
 }
 
 std::string Elaborator::sort_text(Value v) const {
+  if (v.is_real) return "Real";
   if (!v.is_bool && !v.is_rm && p_.operands[v.index].bv > 0)
     return "(_ BitVec " + std::to_string(p_.operands[v.index].bv) + ")";
   return v.is_bool ? "Bool"
@@ -526,7 +511,7 @@ int Elaborator::bool_of(SExpr const& e) {
 
 int Elaborator::fp_of(SExpr const& e) {
   Value v = elaborate(e);
-  if (v.is_bool || v.is_rm || p_.operands[v.index].bv > 0)
+  if (v.is_bool || v.is_rm || v.is_real || p_.operands[v.index].bv > 0)
     throw SmtError(e.pos, "wrong sort: expected a floating-point term, found " + sort_text(v));
   return v.index;
 }
@@ -561,6 +546,14 @@ Value Elaborator::elaborate_atom(SExpr const& e) {
     IEEEFloat::rounding_mode rm;
     if (rounding_mode_of(e, &rm)) return {false, p_.add_rm_constant(rm), true};
     Binding const* b = lookup(n);
+    if (!b && negative_literal(n)) { // z3's -42.0 for (- 42.0), when no name is bound to it
+      Value r;
+      r.is_bool = false;
+      r.is_real = true;
+      r.index = p_.add_linear(
+          -real_of(SExpr{false, Token{Tok::decimal, n.substr(1), e.pos}, {}, {}}), {});
+      return r;
+    }
     if (!b || b->is_sort)
       throw SmtError(e.pos, "undeclared name '" + n + "'; expected a declared constant");
     if (b->macro)
@@ -569,9 +562,13 @@ Value Elaborator::elaborate_atom(SExpr const& e) {
     return b->value;
   }
   case Tok::numeral:
-  case Tok::decimal:
-    throw SmtError(e.pos, "wrong sort: found the real literal " + e.atom.text +
-                              "; expected a Boolean or floating-point term");
+  case Tok::decimal: { // a numeral denotes a real: integers are no sort of ours
+    Value r;
+    r.is_bool = false;
+    r.is_real = true;
+    r.index = p_.add_linear(real_of(e), {});
+    return r;
+  }
   case Tok::binary:
   case Tok::hex:
     return {false, bv_constant(e)};
@@ -629,6 +626,7 @@ Value Elaborator::elaborate_list(SExpr const& e) {
   SExpr const& h = e.items[0];
   std::size_t const argc = e.items.size() - 1;
   if (Value v; bv_term(e, &v)) return v;
+  if (Value v; real_term(e, &v)) return v;
   if (h.is_symbol("_")) return {false, indexed_fp(e)};
   if (h.is_list) {
     if (h.items.size() == 4 && h.items[0].is_symbol("_") &&
@@ -684,6 +682,10 @@ Value Elaborator::elaborate_list(SExpr const& e) {
     if (!has_sort(f, sort_of(t)))
       throw SmtError(e.items[3].pos, "wrong sort: the branches of ite are " + sort_text(t) +
                                          " and " + sort_text(f));
+    if (t.is_real) {
+      t.index = p_.add_real_ite(c, t.index, f.index);
+      return t;
+    }
     Def d;
     d.op = FpOp::ite;
     d.args = {t.index, f.index};
@@ -709,6 +711,10 @@ Value Elaborator::elaborate_list(SExpr const& e) {
         if (op == "=" && j != i + 1) continue; // = chains, distinct is pairwise
         if (first.is_bool)
           parts.push_back(p_.add_node(op == "=" ? Op::iff : Op::xor_, -1, -1, {k[i], k[j]}));
+        else if (first.is_real && op == "=")
+          parts.push_back(real_equal(k[i], k[j]));
+        else if (first.is_real)
+          parts.push_back(p_.add_node(Op::not_, -1, -1, {real_equal(k[i], k[j])}));
         else if (op == "=")
           parts.push_back(p_.add_node(Op::ident, k[i], k[j]));
         else
@@ -843,19 +849,12 @@ Value Elaborator::to_fp(SExpr const& e, IEEEFloat::format f, bool is_unsigned) {
   int const rm = rm_of(e.items[1]);
   SExpr const& x = e.items[2];
   bool const rm_constant = p_.operands[rm].var < 0;
-  bool const real =
-      (!x.is_list && (x.atom.kind == Tok::numeral || x.atom.kind == Tok::decimal)) ||
-      (x.is_list && !x.items.empty() && (x.items[0].is_symbol("-") || x.items[0].is_symbol("/")));
-  if (real) {
-    if (!rm_constant)
-      throw SmtError(e.items[1].pos, std::string("unsupported rounding-mode term in ") + name +
-                                         " of a literal; expected a rounding-mode constant");
+  Value v = elaborate(x);
+  if (v.is_real) {
     if (is_unsigned)
       throw SmtError(x.pos, "wrong sort: to_fp_unsigned expects a bit-vector, found a real");
-    auto const mode = rm_of_value(p_.operands[rm].constant);
-    return {false, p_.add_constant(fp_from_rational(real_of(x), f, mode, x.pos))};
+    return to_fp_of_real(e, rm, v.index, f);
   }
-  Value v = elaborate(x);
   if (!v.is_bool && !v.is_rm && p_.operands[v.index].bv > 0)
     return to_fp_of_bv(e, rm, v.index, f, is_unsigned);
   if (is_unsigned)
@@ -907,14 +906,11 @@ Elaborator::Frame Elaborator::frame_of(SExpr const& e) const {
     f.end = to;
     return f;
   };
-  if (bv_frame(e)) return args(1, argc + 1);
+  if (bv_frame(e) || real_frame(e)) return args(1, argc + 1);
   if (h.is_list) {
     bool const to_fp = h.items.size() == 4 && h.items[0].is_symbol("_") &&
                        h.items[1].is_symbol("to_fp") && argc == 2;
-    SExpr const& x = e.items.back();
-    bool const real =
-        x.is_list && !x.items.empty() && (x.items[0].is_symbol("-") || x.items[0].is_symbol("/"));
-    return to_fp && x.is_list && !real ? args(1, 3) : f;
+    return to_fp ? args(1, 3) : f;
   }
   if (h.atom.kind != Tok::symbol) return f;
   std::string const& op = h.atom.text;

@@ -38,14 +38,17 @@ std::uint64_t numeral_of(SExpr const& e, char const* what);
 inline constexpr std::uint32_t kMaxBvWidth = 1u << 16;
 std::uint32_t bv_width_of(SExpr const& e);
 
-struct FpOperator; // a row of the operator table (elaborate.cpp)
-struct BvOperator; // a row of the bit-vector operator table (elaborate_bv.cpp)
+struct FpOperator;   // a row of the operator table (elaborate.cpp)
+struct BvOperator;   // a row of the bit-vector operator table (elaborate_bv.cpp)
+struct RealOperator; // a row of the real operator table (elaborate_real.cpp)
 
-// What a name or a term elaborates to: a Boolean node or an operand.
+// What a name or a term elaborates to: a Boolean node, an operand or a real
+// term.
 struct Value {
   bool is_bool = true;
-  int index = -1;     // a node for Booleans, an operand otherwise
-  bool is_rm = false; // a rounding-mode operand
+  int index = -1;       // a node for Booleans, a real term for reals, an operand otherwise
+  bool is_rm = false;   // a rounding-mode operand
+  bool is_real = false; // a real term (problem.h: RealTerm)
 };
 
 class Elaborator {
@@ -76,6 +79,7 @@ private:
     bool is_rm = false;
     IEEEFloat::format fmt;
     std::uint32_t bv = 0; // (_ BitVec bv), with fmt bv_format(bv)
+    bool is_real = false;
   };
   struct Macro {
     std::vector<std::pair<std::string, Sort>> params;
@@ -144,6 +148,22 @@ private:
   // (fp s e m) over bit-vector terms; to_fp of a bit-vector term.
   int fp_of_bv_terms(SExpr const& e);
   Value to_fp_of_bv(SExpr const& e, int rm, int x, IEEEFloat::format f, bool is_unsigned);
+  // Real terms (elaborate_real.cpp): real_term elaborates e into *out when
+  // e's operator is one of the real table (arithmetic, comparisons,
+  // fp.to_real) and returns false otherwise; integer operators are errors.
+  bool real_term(SExpr const& e, Value* out);
+  Value real_operation(SExpr const& e, RealOperator const& o);
+  // A real term's index, else an error at e naming its sort.
+  int real_arg(SExpr const& e);
+  // The Boolean node of a = b, or of a != b, over real terms.
+  int real_equal(int a, int b);
+  // A declared real (a placeholder variable that records its term).
+  Value real_var(std::string const& name);
+  // to_fp of a real term under rm: folded for constants.
+  Value to_fp_of_real(SExpr const& e, int rm, int x, IEEEFloat::format f);
+  // The iterative elaboration's view of a real term: true when every
+  // argument items[1..] is a term to elaborate first.
+  bool real_frame(SExpr const& e) const;
   // The iterative elaboration's view of a bit-vector term: true when every
   // argument items[1..] is a term to elaborate first.
   bool bv_frame(SExpr const& e) const;

@@ -146,7 +146,7 @@ bool Elaborator::bv_term(SExpr const& e, Value* out) {
 
 int Elaborator::bv_of(SExpr const& e, std::uint32_t* width) {
   Value v = elaborate(e);
-  if (v.is_bool || v.is_rm || p_.operands[v.index].bv == 0)
+  if (v.is_bool || v.is_rm || v.is_real || p_.operands[v.index].bv == 0)
     throw SmtError(e.pos, "wrong sort: expected a bit-vector term, found " + sort_text(v));
   if (width) *width = p_.operands[v.index].bv;
   return v.index;

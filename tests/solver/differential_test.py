@@ -2,7 +2,7 @@
 """fpsolve against z3 and cvc5 on generated problems.
 
     differential_test.py FPSOLVE [COUNT] [FIRST_SEED] [JOBS] [ARITH_COUNT] [ARITH_TIMEOUT]
-                         [MIXED_COUNT] [BOOLEAN_COUNT]
+                         [MIXED_COUNT] [BOOLEAN_COUNT] [REALS_COUNT]
 
 For each seed, the problem from gen_problems.py goes to fpsolve, z3 and cvc5;
 all answers must be the same sat/unsat (a case where z3 or cvc5 gives up is
@@ -19,9 +19,19 @@ terms, with the peers limited to 3 s so that the family stays cheap in CI.  fpso
 checks every model exactly before it answers sat (exit status 3 otherwise,
 a failure here); every model is also fixed into the problem (one
 (assert (= x value)) per constant) and z3 must find the result satisfiable.
+REALS_COUNT (default 0) more, under the same rule, from the 'reals' family
+(QF_FPLRA: reals and floats linked by fp.to_real and to_fp, linear real
+arithmetic), with the peers limited to 5 s.  z3 gives up on most of these
+(fp.to_real and to_fp of terms that are not constants), so cvc5 is often the
+only peer that answers; z3 still confirms every model, which fixes every
+value (Real values read exactly from decimals, numerals, (/ n d) and (- v)),
+and settles a disagreement: a peer's sat whose own model z3 refutes, or a
+peer's unsat against a model z3 confirms, is that peer's error (cvc5 1.0.3
+rounds reals into (4,3) to zero), counted and printed, not failed.
 Exit status 1 on any disagreement.
 """
 import concurrent.futures
+import fractions
 import importlib.util
 import os
 import re
@@ -35,8 +45,63 @@ gen = importlib.util.module_from_spec(spec)
 spec.loader.exec_module(gen)
 
 MODEL_LINE = re.compile(
-    r"^\s*\(define-fun (\S+) \(\) (Bool|RoundingMode|\(_ FloatingPoint \d+ \d+\)|\(_ BitVec \d+\)) "
+    r"^\s*\(define-fun (\S+) \(\) (Bool|Real|RoundingMode|\(_ FloatingPoint \d+ \d+\)|\(_ BitVec \d+\)) "
     r"(.*)\)\s*$")
+
+REAL_TOKEN = re.compile(r"\(|\)|[^\s()]+")
+REAL_ATOM = re.compile(r"^\d+(\.\d+)?$")
+
+
+def real_value(text):
+    """The rational a model gives a Real constant: a numeral or decimal, or
+    (- v), (- v w), (/ v w) of such values; None for anything else."""
+    tokens = REAL_TOKEN.findall(text)
+
+    def parse(i):
+        if tokens[i] != "(":
+            if not REAL_ATOM.match(tokens[i]):
+                raise ValueError(tokens[i])
+            return fractions.Fraction(tokens[i]), i + 1
+        op, args, i = tokens[i + 1], [], i + 2
+        while tokens[i] != ")":
+            v, i = parse(i)
+            args.append(v)
+        if op == "-" and len(args) in (1, 2):
+            return (-args[0] if len(args) == 1 else args[0] - args[1]), i + 1
+        if op == "/" and len(args) == 2:
+            return args[0] / args[1], i + 1
+        raise ValueError(op)
+
+    try:
+        v, end = parse(0)
+        return v if end == len(tokens) else None
+    except (ValueError, IndexError, ZeroDivisionError):
+        return None
+
+
+def model_fixes(out):
+    """One (assert (= x value)) per constant of a sat answer's model, Real
+    values rewritten as exact quotients of decimals; None if a Real value is
+    not an exact rational."""
+    fixes = []
+    for line in out.split("\n")[2:]:
+        m = MODEL_LINE.match(line)
+        if not m:
+            continue
+        value = m.group(3)
+        if m.group(2) == "Real":
+            q = real_value(value)
+            if q is None:
+                return None
+            value = "(/ %d.0 %d.0)" % (abs(q.numerator), q.denominator)
+            value = "(- %s)" % value if q < 0 else value
+        fixes.append("(assert (= %s %s))" % (m.group(1), value))
+    return fixes
+
+
+def z3_confirms(text, fixes):
+    body = text.replace("(check-sat)\n", "")
+    return first_line(run(["z3", "-T:10", "-in"], body + "\n".join(fixes) + "\n(check-sat)\n", 20))
 
 
 def run(cmd, text, timeout):
@@ -96,6 +161,43 @@ def check(fpsolve, seed, arith_timeout=None, family="arith"):
     return "skip" if len(others) < 2 else mine
 
 
+def check_reals(fpsolve, seed, timeout):
+    """One problem of the 'reals' family: see the module's description."""
+    text = gen.Reals(seed).text()
+    out = run([fpsolve, "--check", "--timeout", str(timeout), "-"], text + "(get-model)\n", timeout + 60)
+    mine = first_line(out)
+    if mine == "unknown":
+        return "fpsolve-unknown %d" % seed
+    if mine not in ("sat", "unsat"):
+        return "FAIL seed %d: fpsolve answered %r" % (seed, mine)
+    peers = {"z3": ["z3", "-T:5", "-in"],
+             "cvc5": ["cvc5", "--fp-exp", "--tlimit=5000", "--lang=smt2", "--produce-models"]}
+    outs = {p: run(cmd, text + "(get-model)\n", 10) for p, cmd in peers.items()}
+    said = {p: first_line(o) for p, o in outs.items()}
+    if mine == "sat":
+        fixes = model_fixes(out)
+        if fixes is None:
+            return "FAIL seed %d: fpsolve's model has a Real value that is not an exact rational" % seed
+        confirm = z3_confirms(text, fixes)
+        if confirm == "unsat" or (confirm != "sat" and said["z3"] == "sat"):
+            return "FAIL seed %d: z3 says %s to fpsolve's model" % (seed, confirm)
+        if confirm != "sat":
+            return "skip"
+        wrong = [p for p in peers if said[p] == "unsat"]
+        if wrong:
+            return "peer-refuted seed %d: %s said unsat to a model z3 confirms" % (seed, wrong[0])
+    else:
+        for p in peers:
+            if said[p] != "sat":
+                continue
+            fixes = model_fixes(outs[p])
+            if fixes is None or z3_confirms(text, fixes) != "unsat":
+                return "FAIL seed %d: fpsolve unsat, %s sat (z3 %s, cvc5 %s)" % (
+                    seed, p, said["z3"], said["cvc5"])
+            return "peer-refuted seed %d: %s said sat with a model z3 refutes" % (seed, p)
+    return mine if any(said[p] in ("sat", "unsat") for p in peers) else "skip"
+
+
 def main(argv):
     fpsolve = argv[1]
     count = int(argv[2]) if len(argv) > 2 else 300
@@ -105,18 +207,29 @@ def main(argv):
     arith_timeout = float(argv[6]) if len(argv) > 6 else 10.0
     mixed = int(argv[7]) if len(argv) > 7 else 0
     boolean = int(argv[8]) if len(argv) > 8 else 0
+    reals = int(argv[9]) if len(argv) > 9 else 0
     failures = []
     for family, n, t in (("random", count, None), ("arith", arith, arith_timeout),
-                         ("mixed", mixed, arith_timeout), ("boolean", boolean, arith_timeout)):
+                         ("mixed", mixed, arith_timeout), ("boolean", boolean, arith_timeout),
+                         ("reals", reals, arith_timeout)):
         if n == 0:
             continue
         tally = {}
         unknown = []
+
+        def one(seed, family=family, t=t):
+            if family == "reals":
+                return check_reals(fpsolve, seed, t)
+            return check(fpsolve, seed, t, family)
+
         with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
-            for r in pool.map(lambda s: check(fpsolve, s, t, family), range(first, first + n)):
+            for r in pool.map(one, range(first, first + n)):
                 if r.startswith("FAIL"):
                     failures.append(r)
                     r = "fail"
+                if r.startswith("peer-refuted"):
+                    print(r)
+                    r = "peer-refuted"
                 if r.startswith("fpsolve-unknown"):
                     unknown.append(r.split()[1])
                     r = "fpsolve-unknown"
