@@ -181,46 +181,88 @@ bool Learner<R>::learn_and_backjump() {
   int const k = static_cast<int>(levels.size());
   assert(k > 0 && "a conflict above the root");
   Level const top = levels.back();
-  // Whether D0..Dj-1 and Dk alone propagate to a conflict.
+  auto assert_decision = [&](Level const& lv) {
+    auto* e = tc_.domain.new_FpBoundElement(lv.lower, ctx_.p.vars[lv.var].term, lv.value);
+    return tc_.assert_element(e, lv.var);
+  };
+  std::vector<int> kept; // the decisions below the tested ones that the clause keeps, highest first
+  // The trail holds D0..Dintact-1 as decided, and nothing above them when
+  // `clean` (else the trail of a test or of the conflict).
+  int intact = k - 1;
+  bool clean = false;
+  // Whether D0..Dj-1, the decisions `kept` and Dk propagate to a conflict.
   auto conflicts_from = [&](int j) {
+    ++ctx_.stats.learning_tests;
+    intact = j;
+    clean = false;
     tc_.backtrack_to(levels[j].trail_length);
     tc_.mark(); // the test is undone back to here
     if (queue_.lost) queue_.enqueue_all();
-    auto* e = tc_.domain.new_FpBoundElement(top.lower, ctx_.p.vars[top.var].term, top.value);
+    bool ok = true;
+    for (auto it = kept.rbegin(); ok && it != kept.rend(); ++it)
+      ok = assert_decision(levels[*it]);
     // After a round that reached its fixpoint no assertion is false (see
     // the probe), so only a stalled one needs the evaluation.
-    return !(tc_.assert_element(e, top.var) && propagation_.deduce() &&
+    return !(ok && assert_decision(top) && propagation_.deduce() &&
              (queue_.entries_empty() || tc_.ev.eval_all(ctx_.roots) != l_False));
   };
-  // Decisions are dropped from the top down, by 1, 2, 4, ... levels, while
-  // the conflict stays; the first test that finds none ends the search, and
-  // the levels it undid are asserted again.
-  int hi = k - 1, lowest = k - 1; // hi: the conflict is known with D0..Dhi-1
-  for (int step = 1; hi > 0; step *= 2) {
-    lowest = std::max(k - 1 - step, 0);
-    if (!conflicts_from(lowest)) break;
-    hi = lowest;
-  }
-  std::vector<BoundLit> lits{ClauseStore<R>::negation_of(top)};
-  for (int j = hi - 1; j >= 0; --j)
-    lits.push_back(ClauseStore<R>::negation_of(levels[j]));
-  ctx_.stats.levels_skipped += static_cast<std::uint64_t>(k - 1 - hi);
-  tc_.backtrack_to(levels[lowest].trail_length);
-  if (queue_.lost) queue_.enqueue_all();
-  for (int j = lowest; j < hi; ++j) {
-    Level& lv = levels[j];
-    lv.trail_length = tc_.mark();
-    auto* e = tc_.domain.new_FpBoundElement(lv.lower, ctx_.p.vars[lv.var].term, lv.value);
-    if (!(tc_.assert_element(e, lv.var) && propagation_.deduce())) { // clauses learned since bite
-      levels.resize(static_cast<std::size_t>(j) + 1);
-      clauses_.add(std::move(lits));
-      return false;
+  // Asserts Dintact..Dto-1 again, each at its own mark, after undoing
+  // every level above `to`; -1, or the level whose decision now conflicts
+  // (clauses learned since it was first decided bite).
+  auto redecide = [&](int to) {
+    if (!clean || to < intact) {
+      intact = std::min(intact, to);
+      tc_.backtrack_to(levels[intact].trail_length);
+      if (queue_.lost) queue_.enqueue_all();
     }
+    clean = true;
+    for (; intact < to; ++intact) {
+      levels[intact].trail_length = tc_.mark();
+      if (!(assert_decision(levels[intact]) && propagation_.deduce())) return intact;
+    }
+    return -1;
+  };
+  std::vector<BoundLit> lits{ClauseStore<R>::negation_of(top)};
+  // Decisions are dropped from the top down, by 1, 2, 4, ... levels, while
+  // the conflict stays; the first test that finds none ends this search.
+  int hi = k - 1;  // the conflict is known with D0..Dhi-1 and Dk
+  int needed = -1; // a decision the conflict is known to need
+  for (int step = 1; hi > 0; step *= 2) {
+    int const from = std::max(k - 1 - step, 0);
+    if (!conflicts_from(from)) {
+      if (from == hi - 1) needed = from;
+      break;
+    }
+    hi = from;
   }
-  levels.resize(static_cast<std::size_t>(hi));
-  BoundLit const forced = lits[0];
+  // Then each of D0..Dhi-1, from the top, leaves the clause when the
+  // conflict stays without it: decisions that split other terms between the
+  // ones the conflict needs would make the clause cut off the current
+  // region only, not every region that agrees on the needed ones.
+  int bite = redecide(hi);
+  for (int j = hi - 1; j >= 0 && bite < 0; --j)
+    if (!ctx_.opt.minimize_clauses || j == needed || !conflicts_from(j)) kept.push_back(j);
+  if (bite < 0) {
+    for (int j : kept)
+      lits.push_back(ClauseStore<R>::negation_of(levels[j]));
+    // Unit, forcing "not Dk", once every level above the highest decision
+    // it keeps is undone.
+    int const back = kept.empty() ? 0 : kept.front() + 1;
+    ctx_.stats.levels_skipped += static_cast<std::uint64_t>(k - 1 - back);
+    bite = redecide(back);
+    if (bite < 0) {
+      levels.resize(static_cast<std::size_t>(back));
+      BoundLit const forced = lits[0];
+      clauses_.add(std::move(lits));
+      return clauses_.make_true(forced) && propagation_.deduce();
+    }
+  } else {
+    for (int j = hi - 1; j >= 0; --j)
+      lits.push_back(ClauseStore<R>::negation_of(levels[j]));
+  }
+  levels.resize(static_cast<std::size_t>(bite) + 1);
   clauses_.add(std::move(lits));
-  return clauses_.make_true(forced) && propagation_.deduce();
+  return false;
 }
 
 FPSOLVE_INSTANTIATE_FOR_RANKS(ClauseStore)

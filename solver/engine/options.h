@@ -57,6 +57,8 @@ enum class OptionKind : std::uint8_t { flag, count, seconds, text };
   X(flag, probe, "probe", true, "run the model probe")                                             \
   X(flag, model_search, "model-search", true, "run the model search guided by distance")           \
   X(flag, learning, "learning", true, "learn clauses on conflicts and jump back")                  \
+  X(flag, minimize_clauses, "minimize-clauses", true,                                              \
+    "drop every decision a learned clause does not need (else only a top prefix)")                 \
   X(flag, atom_decisions, "atom-decisions", true,                                                  \
     "decide the truth of atoms before splitting values")                                           \
   X(count, atom_delay, "atom-delay", 1,                                                            \
