@@ -8,14 +8,13 @@
 #include "engine/apply.h"
 #include "engine/evaluator.h"
 #include "engine/solve.h"
-#include "smtlib/elaborate.h"
+#include "tests/common/script_problem.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdio>
 #include <functional>
 #include <random>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -59,19 +58,6 @@ std::string boolean_rich_script(std::mt19937& rng) {
   return s;
 }
 
-void elaborate_into(Problem& p, std::string const& text) {
-  Elaborator el(p);
-  std::istringstream in(text);
-  Reader reader(in);
-  while (auto cmd = reader.next()) {
-    auto const& it = cmd->items;
-    if (it[0].is_symbol("declare-const"))
-      el.declare(it[1].atom.text, it[2], it[1]);
-    else
-      el.assert_formula(it[1]);
-  }
-}
-
 // Every assignment of the inputs, each completed (the Defs' exact values)
 // and loaded into an evaluator, which then evaluates exactly; f sees each.
 void for_each_assignment(Problem const& p, std::function<void(Evaluator<mpz_class> const&)> f) {
@@ -112,7 +98,7 @@ TEST(AtomDecisions, LearnedClausesHoldInEveryModelAndAnswersMatchEnumeration) {
   for (int i = 0; i < 40; ++i) {
     std::string const text = boolean_rich_script(rng);
     Problem p;
-    elaborate_into(p, text);
+    test::elaborate_script(p, text);
     std::vector<std::vector<LearnedLiteral>> learned;
     Options opt;
     opt.check = true;
