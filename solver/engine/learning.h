@@ -32,6 +32,7 @@
 #include "engine/trail_cache.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 namespace fpsolve {
@@ -96,12 +97,14 @@ private:
   using BoundLit = typename ClauseStore<R>::BoundLit;
   bool learn_and_backjump();
   bool backtrack_chronologically();
+  bool minimizing() const;
 
   SearchContext& ctx_;
   TrailCache<R>& tc_;
   PropagationQueue& queue_;
   Propagation<R>& propagation_;
   ClauseStore<R>& clauses_;
+  std::uint64_t minimize_propagations_ = 0; // bounds propagated by minimization tests
 };
 
 } // namespace fpsolve
