@@ -182,6 +182,7 @@ bool Learner<R>::backtrack_chronologically() {
 // within `minimize-effort` percent of all the other propagation.
 template <class R>
 bool Learner<R>::minimizing() const {
+  if (ctx_.stats.selectors == 0) return false; // no atom to decide: no cases to combine
   std::uint64_t const rest = ctx_.stats.propagations - minimize_propagations_;
   return minimize_propagations_ * 100 < ctx_.opt.minimize_effort * rest;
 }

@@ -155,5 +155,29 @@ TEST(AtomDecisions, LearnedClausesHoldInEveryModelAndAnswersMatchEnumeration) {
   EXPECT_GT(atom_literals, 20); // the clauses do name atoms
 }
 
+// Two shapes that made the search enumerate.  The first needs `fp.rem x0
+// x0` to miss a constant, which only single values of x0 show; its clauses
+// must not keep the splits of x2 and x3 made in between, or each value of
+// x0 is refuted again in every box of theirs.  In the second, b0 true
+// makes the ite x itself, so `x < x`, which bounds refute one value at a
+// time.  Both were unknown after thousands of decisions.
+TEST(AtomDecisions, UnrelatedSplitsLeaveClausesAndSettledItesEqualTheirBranch) {
+  char const* const scripts[] = {
+      "(declare-fun x0 () (_ FloatingPoint 3 5))(declare-fun x2 () (_ FloatingPoint 3 5))"
+      "(declare-fun x3 () (_ FloatingPoint 3 5))(declare-fun b0 () Bool)"
+      "(assert (not (and (not (or (fp.leq (fp #b0 #b111 #b1110) x2) (= (fp #b0 #b001 #b0110) "
+      "(fp.rem x0 x0)))) (=> (fp.isInfinite x3) (xor b0 b0)))))(assert (fp.isSubnormal x3))",
+      "(declare-fun x () Float32)(declare-fun b () Bool)"
+      "(assert (fp.lt x (ite b x ((_ to_fp 8 24) RTZ (- 3.0)))))(assert (or b (fp.isPositive x)))"};
+  for (char const* text : scripts) {
+    Problem p;
+    test::elaborate_script(p, text);
+    Options opt;
+    opt.max_decisions = 3000;
+    opt.timeout = 20;
+    EXPECT_EQ(solve(p, opt).answer, Answer::unsat) << text;
+  }
+}
+
 } // namespace
 } // namespace fpsolve
