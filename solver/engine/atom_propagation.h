@@ -24,6 +24,7 @@ public:
   // Variable v's value must lie in t.
   bool restrict_var(int v, Set<R> const& t);
   TrailCache<R>& trail() { return tc_; }
+  ComparisonGraph& graph() { return graph_; }
 
 private:
   bool atom_prop(Node const& nd, bool want);

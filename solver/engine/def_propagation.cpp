@@ -87,6 +87,8 @@ bool DefPropagation<R>::prop_def(int d) {
     lbool const c = tc_.ev.eval(df.cond);
     if (c != l_Undef) {
       int const branch = df.args[c == l_True ? 0 : 1];
+      Operand const& b = ctx_.p.operands[branch];
+      if (b.var >= 0 && !b.neg && !b.abs) atoms_.graph().note_equal(v, b.var);
       return atoms_.restrict_var(v, tc_.ev.img(branch)) && atoms_.restrict_to(branch, result_set());
     }
     Set<R> a = tc_.ev.img(df.args[0]);

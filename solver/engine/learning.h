@@ -13,11 +13,14 @@
 // Learner: with learning on, a conflict under decisions D0..Dk (each a
 // bound) yields "not D0 or ... or not Dk", generalised by a binary search
 // for the shortest prefix D0..Dj-1 that still propagates to a contradiction
-// together with Dk alone; every test asserts Dk on top of an earlier level's
-// trail, and a test only shortens the clause when it has seen the
-// contradiction itself, so the clause is sound whatever the shape of the
-// propagators.  The search undoes every level above j-1 and asserts "not Dk"
-// there, where all other literals of the clause are false.  With learning
+// together with Dk alone; then, in problems with atoms to decide, the
+// decisions on one variable at a time leave it when D0..Dj-1 without them
+// and Dk still propagate to a contradiction.  Every test asserts its
+// decisions on top of an earlier level's trail, and a test only shortens
+// the clause when it has seen the contradiction itself, so the clause is
+// sound whatever the shape of the propagators.  The search undoes every
+// level above j-1 and asserts "not Dk" there, where all other literals of
+// the clause are false.  With learning
 // off, the search backtracks chronologically: it undoes Dk alone and asserts
 // "not Dk" at level k-1, which D0..Dk-1 imply since they and Dk conflict;
 // nothing is kept, and "not Dk" goes when level k-1 is undone.
@@ -32,6 +35,7 @@
 #include "engine/trail_cache.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 namespace fpsolve {
@@ -96,12 +100,14 @@ private:
   using BoundLit = typename ClauseStore<R>::BoundLit;
   bool learn_and_backjump();
   bool backtrack_chronologically();
+  bool minimizing() const;
 
   SearchContext& ctx_;
   TrailCache<R>& tc_;
   PropagationQueue& queue_;
   Propagation<R>& propagation_;
   ClauseStore<R>& clauses_;
+  std::uint64_t minimize_propagations_ = 0; // bounds propagated by minimization tests
 };
 
 } // namespace fpsolve

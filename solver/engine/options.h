@@ -74,6 +74,8 @@ enum class OptionKind : std::uint8_t { flag, count, seconds, text };
     "an asserted and of at least N conjuncts is one entry per conjunct (0: never)")                \
   X(count, clause_cap, "clause-cap", 4000, "learned clauses kept before the older half goes")      \
   X(count, clause_growth, "clause-growth", 50, "percent the clause cap grows at each reduction")   \
+  X(count, minimize_effort, "minimize-effort", 100,                                                \
+    "clause minimization's propagation, in percent of the rest (0: top prefix only)")              \
   X(count, probe_growth, "probe-growth", 2, "the probe runs after 0, 1, g, g^2, ... decisions")    \
   X(count, model_search_evals, "model-search-evals", 10000,                                        \
     "whole evaluations of the first model search run (an eighth at later ones)")                   \

@@ -24,6 +24,8 @@ namespace fpsolve {
   X(count, propagations, "propagations", "bounds asserted by propagation")                         \
   X(count, learned, "learned", "clauses learned (one per conflict)")                               \
   X(count, learned_literals, "learned-literals", "literals of the learned clauses")                \
+  X(count, learning_tests, "learning-tests", "conflict tests run to shorten learned clauses")      \
+  X(count, minimized, "minimized-decisions", "decisions dropped from clauses below their prefix")  \
   X(count, levels_skipped, "levels-skipped", "levels undone beyond the last by backjumps")         \
   X(count, probes, "probes", "model probes (dives undone afterwards)")                             \
   X(count, chain_jumps, "chain-jumps", "comparison chains jumped to their fixpoint")               \

@@ -42,10 +42,11 @@ void ComparisonGraph::var_steps(std::vector<VarStep>* out) const {
   for (Edge const& e : edges_)
     if (plain(e.from) && plain(e.to))
       out->push_back(VarStep{p_.operands[e.from].var, p_.operands[e.to].var, e.strict});
-  for (auto const& [t, x] : identities_) {
-    out->push_back(VarStep{t, x, false});
-    out->push_back(VarStep{x, t, false});
-  }
+  for (auto const* ties : {&identities_, &equal_})
+    for (auto const& [t, x] : *ties) {
+      out->push_back(VarStep{t, x, false});
+      out->push_back(VarStep{x, t, false});
+    }
 }
 
 bool ComparisonGraph::has_strict_cycle() const {
@@ -66,10 +67,11 @@ bool ComparisonGraph::has_strict_cycle() const {
     for (int o : {e.from, e.to})
       if (p_.operands[o].abs) has_abs[p_.operands[o].var] = 1;
   }
-  for (auto const& [t, x] : identities_) {
-    add(t * 4, x * 4, false);
-    add(x * 4, t * 4, false);
-  }
+  for (auto const* ties : {&identities_, &equal_})
+    for (auto const& [t, x] : *ties) {
+      add(t * 4, x * 4, false);
+      add(x * 4, t * 4, false);
+    }
   for (std::size_t v = 0; v < has_abs.size(); ++v)
     if (has_abs[v]) {
       int x = static_cast<int>(v) * 4;

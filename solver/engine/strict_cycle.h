@@ -7,7 +7,10 @@
 // Besides the comparisons of the round, the graph knows the Defs that are
 // their operand numerically (x + 0, x - 0: the sum is exact, so equal to x,
 // and NaN exactly when x is); they tie the two variables with a
-// non-strict step both ways, so chains and cycles run through them.
+// non-strict step both ways, so chains and cycles run through them.  So do
+// the ites whose condition the round has settled: the result is the taken
+// branch, NaN or not, for as long as the condition stays settled, which is
+// the rest of the round.
 #pragma once
 
 #include "engine/problem.h"
@@ -23,7 +26,12 @@ public:
   // The operands' values satisfy from <= to (from < to when strict) in the
   // numeric order, or one of them is NaN.
   void note(int from, int to, bool strict) { edges_.push_back(Edge{from, to, strict}); }
-  void clear() { edges_.clear(); }
+  // Variables a and b have one value (an ite and its taken branch).
+  void note_equal(int a, int b) { equal_.push_back({a, b}); }
+  void clear() {
+    edges_.clear();
+    equal_.clear();
+  }
   // Whether the comparisons noted lie on a cycle with a strict step.
   bool has_strict_cycle() const;
 
@@ -35,7 +43,7 @@ public:
     bool strict;
   };
   // The comparisons noted between plain variables, and both directions of
-  // every identity Def.
+  // every identity Def and noted equality.
   void var_steps(std::vector<VarStep>* out) const;
   std::size_t noted() const { return edges_.size(); }
 
@@ -47,6 +55,7 @@ private:
   Problem const& p_;
   std::vector<Edge> edges_;
   std::vector<std::pair<int, int>> identities_; // (result, operand) variables
+  std::vector<std::pair<int, int>> equal_;      // noted in this round
 };
 
 } // namespace fpsolve

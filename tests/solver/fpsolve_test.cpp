@@ -3,7 +3,7 @@
 // search runs with the trail/search-state cross-check switched on.
 #include "engine/apply.h"
 #include "smtlib/driver.h"
-#include "smtlib/elaborate.h"
+#include "tests/common/script_problem.h"
 
 #include <gtest/gtest.h>
 
@@ -234,16 +234,8 @@ TEST(Fpsolve, OneTermOnBothSides) {
 // assertions are off is refused, naming what fails.
 TEST(Fpsolve, ModelCheckRefusesWrongModels) {
   fpsolve::Problem p;
-  fpsolve::Elaborator el(p);
-  std::istringstream in("(declare-fun x () (_ FloatingPoint 3 4))"
-                        "(assert (fp.eq (fp.mul RNE x x) ((_ to_fp 3 4) RNE 4.0)))");
-  fpsolve::Reader reader(in);
-  while (auto cmd = reader.next()) {
-    if (cmd->items[0].is_symbol("declare-fun"))
-      el.declare(cmd->items[1].atom.text, cmd->items[3], cmd->items[1]);
-    else
-      el.assert_formula(cmd->items[1]);
-  }
+  fpsolve::test::elaborate_script(p, "(declare-fun x () (_ FloatingPoint 3 4))"
+                                     "(assert (fp.eq (fp.mul RNE x x) ((_ to_fp 3 4) RNE 4.0)))");
   auto value = [](double d) {
     return fpsolve::IEEEFloat::from_narrow_bits(d == 2 ? 0x20 : 0x18, {3, 4}); // 2.0 or 1.0
   };

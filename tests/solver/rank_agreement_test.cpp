@@ -10,14 +10,13 @@
 // problems whose propagation is slow in these formats, and a run it stops
 // is left out, since where the clock stops a search is not reproducible.
 #include "engine/solve.h"
-#include "smtlib/elaborate.h"
+#include "tests/common/script_problem.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdio>
 #include <functional>
 #include <random>
-#include <sstream>
 #include <string>
 
 namespace fpsolve {
@@ -80,16 +79,7 @@ constexpr std::uint64_t kMaxDecisions = 100;
 
 Result solve_text(std::string const& text, bool big_ranks) {
   Problem p;
-  Elaborator el(p);
-  std::istringstream in(text);
-  Reader reader(in);
-  while (auto cmd = reader.next()) {
-    auto const& it = cmd->items;
-    if (it[0].is_symbol("declare-const"))
-      el.declare(it[1].atom.text, it[2], it[1]);
-    else
-      el.assert_formula(it[1]);
-  }
+  test::elaborate_script(p, text);
   Options opt;
   opt.big_ranks = big_ranks;
   opt.timeout = 2;
