@@ -43,6 +43,12 @@ public:
       if (fresh) fr.emplace_back(f);
       return it->second;
     };
+    // Sized once: several evaluators live through a search, and vectors
+    // grown by doubling would hold up to twice the room on long problems.
+    var_fmt.reserve(p.vars.size());
+    cur.reserve(p.vars.size());
+    op_fmt.reserve(p.operands.size());
+    const_rank.reserve(p.operands.size());
     for (Var const& v : p.vars) {
       var_fmt.push_back(fmt_index(v.fmt));
       FormatRanks<R> const& f = fr[var_fmt.back()];
