@@ -105,8 +105,14 @@ public:
       R const& nan = fr[var_fmt[nd.a]].nan;
       return iv.lo > nan ? l_True : iv.hi == nan ? l_False : l_Undef;
     }
-    case Op::not_:
-      return lnot(eval(nd.kids[0]));
+    case Op::not_: { // a run of nots in one step: tools nest them thousands deep
+      int k = nd.kids[0];
+      bool flip = true;
+      for (; p.nodes[k].op == Op::not_; flip = !flip)
+        k = p.nodes[k].kids[0];
+      lbool const v = eval(k);
+      return flip ? lnot(v) : v;
+    }
     case Op::and_:
     case Op::or_: {
       lbool const stop = nd.op == Op::and_ ? l_False : l_True;
