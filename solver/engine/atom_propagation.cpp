@@ -126,6 +126,10 @@ bool AtomPropagation<R>::atom_prop(Node const& nd, bool want) {
 template <class R>
 bool AtomPropagation<R>::prop(int n, bool want) {
   Evaluator<R> const& ev = tc_.ev;
+  // A run of nots is one flip of `want`: evaluating each level again
+  // would make a chain of nots quadratic in its depth.
+  for (; ctx_.p.nodes[n].op == Op::not_; want = !want)
+    n = ctx_.p.nodes[n].kids[0];
   lbool const v = ev.eval(n);
   lbool const good = want ? l_True : l_False;
   if (v == good) return true;

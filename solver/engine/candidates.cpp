@@ -23,6 +23,7 @@ R Candidates<R>::pick(int v) const {
 template <class R>
 std::vector<IEEEFloat> Candidates<R>::model() const {
   std::vector<IEEEFloat> m;
+  m.reserve(ctx_.p.vars.size());
   for (std::size_t v = 0; v < ctx_.p.vars.size(); ++v)
     m.push_back(value_of(pick(static_cast<int>(v)), ctx_.p.vars[v].fmt));
   return m;

@@ -46,6 +46,7 @@ template <class R>
 Distance<R>::Distance(Problem const& problem, std::vector<char> const& relevant)
     : p_(problem), relevant_(relevant), ev_(problem), memo_(problem.nodes.size()),
       stamp_(problem.nodes.size(), 0), follows_(problem.vars.size(), 0) {
+  val_.reserve(p_.vars.size());
   for (Var const& v : p_.vars)
     val_.push_back(v.is_rm ? rm_value(IEEEFloat::rm_nearest_even) : IEEEFloat::zero(v.fmt, false));
   for (std::size_t v = 0; v < p_.vars.size(); ++v)

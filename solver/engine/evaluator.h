@@ -43,6 +43,12 @@ public:
       if (fresh) fr.emplace_back(f);
       return it->second;
     };
+    // Sized once: several evaluators live through a search, and vectors
+    // grown by doubling would hold up to twice the room on long problems.
+    var_fmt.reserve(p.vars.size());
+    cur.reserve(p.vars.size());
+    op_fmt.reserve(p.operands.size());
+    const_rank.reserve(p.operands.size());
     for (Var const& v : p.vars) {
       var_fmt.push_back(fmt_index(v.fmt));
       FormatRanks<R> const& f = fr[var_fmt.back()];
@@ -99,8 +105,14 @@ public:
       R const& nan = fr[var_fmt[nd.a]].nan;
       return iv.lo > nan ? l_True : iv.hi == nan ? l_False : l_Undef;
     }
-    case Op::not_:
-      return lnot(eval(nd.kids[0]));
+    case Op::not_: { // a run of nots in one step: tools nest them thousands deep
+      int k = nd.kids[0];
+      bool flip = true;
+      for (; p.nodes[k].op == Op::not_; flip = !flip)
+        k = p.nodes[k].kids[0];
+      lbool const v = eval(k);
+      return flip ? lnot(v) : v;
+    }
     case Op::and_:
     case Op::or_: {
       lbool const stop = nd.op == Op::and_ ? l_False : l_True;

@@ -66,6 +66,8 @@ enum class OptionKind : std::uint8_t { flag, count, seconds, text };
     "one trail entry per term and level (else one per narrowing)")                                 \
   X(flag, chain_jump, "chain-jump", true,                                                          \
     "jump comparison chains to their fixpoint when a round creeps")                                \
+  X(flag, ordered_queue, "ordered-queue", false,                                                   \
+    "visit queued entries comparisons first, then Defs in dependency order (else first in)")       \
   /* tuning */                                                                                     \
   X(count, propagation_budget, "propagation-budget", 32,                                           \
     "propagation steps per entry (plus 1000) before a round counts as stalled")                    \

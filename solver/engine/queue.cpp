@@ -3,12 +3,15 @@
 
 #include "support/invariant.h"
 
+#include <algorithm>
 #include <cassert>
+#include <functional>
 #include <string>
 
 namespace fpsolve {
 
-void PropagationQueue::reset(std::size_t vars, std::size_t entries) {
+void PropagationQueue::reset(std::size_t vars, std::size_t entries, bool ordered) {
+  ordered_ = ordered;
   entry_watch.assign(vars, {});
   clause_watch.assign(vars, {});
   all.clear();
@@ -23,18 +26,27 @@ void PropagationQueue::push(int entry) {
   if (entry_queued_[entry]) return;
   entry_queued_[entry] = 1;
   entries_.push_back(entry);
+  if (ordered_) std::push_heap(entries_.begin(), entries_.end(), std::greater<>());
 }
 
 int PropagationQueue::pop_front() {
   assert(!entries_.empty() && "pop from an empty queue");
-  int const e = entries_.front();
-  entries_.pop_front();
+  int e;
+  if (ordered_) {
+    std::pop_heap(entries_.begin(), entries_.end(), std::greater<>());
+    e = entries_.back();
+    entries_.pop_back();
+  } else {
+    e = entries_.front();
+    entries_.pop_front();
+  }
   entry_queued_[e] = 0;
   return e;
 }
 
 void PropagationQueue::push_front(int entry) {
   assert(!entry_queued_[entry] && "an entry is queued at most once");
+  if (ordered_) return push(entry);
   entries_.push_front(entry);
   entry_queued_[entry] = 1;
 }

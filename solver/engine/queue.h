@@ -7,6 +7,12 @@
 // clause queue.  Invariants (check_invariants): an entry or variable is
 // queued at most once, and its `queued` flag is set exactly while it is
 // queued.
+//
+// The entry queue is first in, first out, or, when ordered, a min-heap on
+// the entry number: the assertions (cheap comparisons) before the Defs, and
+// the Defs in their dependency order (a Def's operands are earlier Defs'
+// results), so a narrowing that flows forward through a chain of Defs is
+// carried along it in one pass instead of one step per pass.
 #pragma once
 
 #include <cstddef>
@@ -18,14 +24,15 @@ namespace fpsolve {
 class PropagationQueue {
 public:
   // Empty watch lists and queues for `vars` variables and `entries` entries.
-  void reset(std::size_t vars, std::size_t entries);
+  void reset(std::size_t vars, std::size_t entries, bool ordered = false);
 
   std::size_t entry_count() const { return entry_queued_.size(); }
   bool entries_empty() const { return entries_.empty(); }
   // Queues the entry unless it is queued already.
   void push(int entry);
   int pop_front();
-  // Returns an entry just popped to the front (a round stopped before it).
+  // Returns an entry just popped to the front (a round stopped before it);
+  // ordered, to its place, which is the front unless smaller ones came.
   void push_front(int entry);
   // Queues every entry that watches v, and v for its clauses.
   void enqueue_watchers(int v);
@@ -55,7 +62,9 @@ public:
   bool lost = false; // a stalled round left entries that a conflict dropped
 
 private:
-  std::deque<int> entries_;
+  bool ordered_ = false;
+  std::deque<int> entries_; // ordered: a heap under std::greater
+
   std::vector<char> entry_queued_;
   std::vector<int> clause_vars_; // variables whose watching clauses are due
   std::vector<char> clause_var_queued_;

@@ -28,7 +28,7 @@ void setup_search(SearchContext& ctx, PropagationQueue& queue, qorv::FpDecDepMan
   ctx.roots.insert(ctx.roots.end(), ctx.links.begin(), ctx.links.end());
   std::size_t const nv = p.vars.size();
   int const nr = static_cast<int>(ctx.roots.size());
-  queue.reset(nv, ctx.roots.size() + p.defs.size());
+  queue.reset(nv, ctx.roots.size() + p.defs.size(), ctx.opt.ordered_queue);
   ctx.relevant.assign(nv, 0);
   auto watch = [&](int v, int entry) {
     std::vector<int>& w = queue.entry_watch[v];

@@ -80,6 +80,20 @@ std::string name_of(SExpr const& e) {
   return "";
 }
 
+// The names of the named terms inside e, depth first in the order written.
+std::vector<std::string> names_inside(SExpr const& e) {
+  std::vector<std::string> names;
+  std::vector<SExpr const*> todo{&e}; // without recursion
+  while (!todo.empty()) {
+    SExpr const& x = *todo.back();
+    todo.pop_back();
+    if (std::string n = name_of(x); !n.empty()) names.push_back(std::move(n));
+    for (auto k = x.items.rbegin(); k != x.items.rend(); ++k)
+      if (k->is_list) todo.push_back(&*k);
+  }
+  return names;
+}
+
 std::string rm_text(IEEEFloat const& v) {
   return std::string(qorv::swflt::rounding_mode_name(rm_of_value(v)));
 }
@@ -118,9 +132,13 @@ public:
   double& parse_time() { return totals_.parse_time; }
 
 private:
+  // An assertion keeps its text and its names, not its S-expression: a
+  // long script's parsed commands would otherwise stay alive (about 1 KB
+  // for a short comparison), all for get-assertions and get-assignment.
   struct Asserted {
-    SExpr term;       // as written, for get-assertions and get-assignment
-    std::string name; // of a named assertion, else empty
+    std::string text;               // as get-assertions writes it back
+    std::string name;               // of a named assertion, else empty
+    std::vector<std::string> named; // every (! ... :named n) inside, depth first
   };
   struct Assumption {
     SExpr term;
@@ -299,7 +317,7 @@ Reply Session::run(std::string const& name, SExpr const& cmd) {
     need_option(opt_.produce_assertions, cmd, ":produce-assertions");
     std::string answer = "(";
     for (Asserted const& a : asserted_)
-      answer += (answer.size() > 1 ? "\n " : "") + a.term.to_text();
+      answer += (answer.size() > 1 ? "\n " : "") + a.text;
     *regular_ << answer << ")\n";
     return Reply::answered;
   }
@@ -369,7 +387,7 @@ void Session::change(std::string const& name, SExpr const& cmd) {
   } else if (name == "assert") {
     expect_arity(cmd, 2, "(assert term)");
     el_->assert_formula(it[1]);
-    asserted_.push_back({it[1], name_of(it[1])});
+    asserted_.push_back({it[1].to_text(), name_of(it[1]), names_inside(it[1])});
   } else if (name == "push") {
     std::size_t const n = levels_of(cmd);
     if (levels_ + n > kMaxLevels)
@@ -479,6 +497,13 @@ Result Session::solve_roots(std::vector<int> const& roots) {
 
 void Session::check_sat(std::vector<Assumption> assumptions) {
   last_ = Last::none;
+  // The problem's tables grew by doubling while the script was read; the
+  // search keeps them alive for its whole run, so the spare room goes.
+  p_->vars.shrink_to_fit();
+  p_->operands.shrink_to_fit();
+  p_->nodes.shrink_to_fit();
+  p_->defs.shrink_to_fit();
+  asserted_.shrink_to_fit();
   std::vector<int> roots = p_->assertions;
   for (Assumption const& a : assumptions)
     roots.push_back(a.node);
@@ -546,18 +571,9 @@ void Session::get_assignment(SExpr const& cmd) {
   need_option(opt_.produce_assignments, cmd, ":produce-assignments");
   need(Last::sat, cmd, "a check-sat answering sat");
   std::vector<std::string> names;
-  std::vector<SExpr const*> todo; // depth first, without recursion
-  for (auto a = asserted_.rbegin(); a != asserted_.rend(); ++a)
-    todo.push_back(&a->term);
-  while (!todo.empty()) {
-    SExpr const& e = *todo.back();
-    todo.pop_back();
-    std::string n = name_of(e);
-    if (!n.empty() && std::find(names.begin(), names.end(), n) == names.end())
-      names.push_back(std::move(n));
-    for (auto k = e.items.rbegin(); k != e.items.rend(); ++k)
-      if (k->is_list) todo.push_back(&*k);
-  }
+  for (Asserted const& a : asserted_)
+    for (std::string const& n : a.named)
+      if (std::find(names.begin(), names.end(), n) == names.end()) names.push_back(n);
   std::string answer = "(";
   for (std::string const& n : names) {
     Value v = el_->elaborate(SExpr{false, Token{Tok::symbol, n, {}}, {}, {}});

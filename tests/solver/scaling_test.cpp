@@ -18,12 +18,14 @@ struct Outcome {
   std::string stats;
 };
 
-Outcome run(std::string const& script, bool jump = true, bool compact = true) {
+Outcome run(std::string const& script, bool jump = true, bool compact = true,
+            bool ordered = false) {
   fpsolve::DriverOptions opt;
   opt.search.check = true;
   opt.search.stats = true;
   opt.search.chain_jump = jump;
   opt.search.compact_trail = compact;
+  opt.search.ordered_queue = ordered;
   // These tests observe propagation and the trail; the model search would
   // answer some problems before the search they observe has run.
   opt.search.model_search = false;
@@ -85,7 +87,8 @@ TEST(FpsolveScaling, ChainsAndConjunctionsConvergeInLinearWork) {
 
 // k strict steps up from 1.0 need k values above it: with one value less
 // the chain is refuted without a decision, with exactly k it fits.  The
-// answers agree with plain propagation, which gets there a value at a time.
+// answers agree with plain propagation, which gets there a value at a time,
+// in either order of the queue.
 TEST(FpsolveScaling, StrictChainsThatCannotFitAreRefutedAtOnce) {
   int const k = 40;
   for (bool defs : {true, false}) {
@@ -100,6 +103,7 @@ TEST(FpsolveScaling, StrictChainsThatCannotFitAreRefutedAtOnce) {
         EXPECT_EQ(stat(jumped, "decisions"), 0u);
       }
       EXPECT_EQ(run(p, false).answer, jumped.answer);
+      EXPECT_EQ(run(p, false, true, true).answer, jumped.answer);
     }
   }
   // A cycle through an identity Def: x < y + 0 and y < x.
@@ -125,6 +129,7 @@ TEST(FpsolveScaling, CompactTrailLeavesTheSearchUnchanged) {
     for (char const* s : {"decisions", "backtracks", "propagations", "learned"})
       EXPECT_EQ(stat(on, s), stat(off, s)) << s << " on " << p;
     EXPECT_GT(stat(on, "backtracks") + stat(on, "decisions"), 0u) << p;
+    EXPECT_EQ(run(p, true, true, true).answer, on.answer) << "ordered queue on " << p;
   }
 }
 
