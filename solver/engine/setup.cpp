@@ -69,13 +69,17 @@ void setup_search(SearchContext& ctx, PropagationQueue& queue, qorv::FpDecDepMan
       mark(v);
     });
   // The floats and Booleans read by the real side of a relevant variable
-  // (a real atom's, a to_fp of a real's) are relevant too.
-  std::vector<std::vector<int>> const real_deps = real_dependencies(p);
+  // (a real atom's, a to_fp of a real's) are relevant too.  Built only
+  // where there is a real side: a list per variable is room that long
+  // float problems should not pay for at every check-sat.
+  std::vector<std::vector<int>> const real_deps =
+      p.has_reals() ? real_dependencies(p) : std::vector<std::vector<int>>{};
   while (!work.empty()) {
     int const v = work.back();
     work.pop_back();
-    for (int u : real_deps[static_cast<std::size_t>(v)])
-      mark(u);
+    if (!real_deps.empty())
+      for (int u : real_deps[static_cast<std::size_t>(v)])
+        mark(u);
     int const d = p.vars[v].def;
     if (d < 0) continue;
     Def const& df = p.defs[d];
