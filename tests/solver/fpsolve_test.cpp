@@ -314,6 +314,22 @@ TEST(Fpsolve, BadInputNamesPlaceAndExpectation) {
   EXPECT_EQ(r.status, 1);
   EXPECT_EQ(r.out, "sat\n(error \"line 2 column 9: fp.isNaN expects 1 argument\")\nsat\n"
                    "(error \"line 3 column 21: expected '#b' or '#x' literal\")\nsat\n");
+  // A function's body is checked where it is defined, with each function it
+  // applies standing for a value of its result sort; where that value would
+  // fold (a constant factor, a zero divisor) the body is expanded instead.
+  r = run("(declare-const r Real)(define-fun f ((a Float32)) Float32 (fp.neg a))\n"
+          "(define-fun g ((a Float32)) Float32 (f (f a) a))\n"
+          "(define-fun h ((a Float32)) Float32 (f (fp.isNaN a)))\n"
+          "(define-fun two ((y Real)) Real 2.0)(define-fun same ((y Real)) Real y)\n"
+          "(define-fun lin ((y Real)) Real (* (two y) y))(define-fun nonlin ((y Real)) Real "
+          "(* (same y) y))\n(define-fun q ((y Real)) Real (/ y (- (two y) 2.0)))\n"
+          "(assert (= (lin r) 4.0))(check-sat)");
+  EXPECT_EQ(r.out,
+            "(error \"line 2 column 37: 'f' expects 1 arguments, found 2\")\n"
+            "(error \"line 3 column 40: wrong sort: argument 1 of 'f' is Bool\")\n"
+            "(error \"line 5 column 82: unsupported non-linear term (* (same y) y); a "
+            "product needs every factor but one constant\")\n"
+            "(error \"line 6 column 36: division by zero in (/ y (- (two y) 2.0))\")\nsat\n");
   // Deep nesting is an error, not a stack overflow; the limit is an option.
   EXPECT_EQ(run(std::string(20000, '(')).status, 1);
   DriverOptions shallow;
