@@ -13,6 +13,10 @@ standard output.  Shapes:
     defs     define-funs without parameters, each using the one before, and a
              two-parameter function applied in each
     asserts  one named assertion per line
+    defun    a chain of one-parameter functions, each applying the one before
+             once, and an assertion on the last applied to a constant
+    defun2   the same chain with each body applying the one before twice
+             (macro expansion would double the work at every link)
 
 The script ends in (exit), so only reading and elaboration are timed, or in
 (check-sat) with --check-sat.  The let and deep shapes nest as deep as their
@@ -82,6 +86,18 @@ def definitions(size, out):
     out.write("(assert (fp.leq x0 d%d))\n" % (i - 1))
 
 
+def function_chain(size, out, uses):
+    declare(out, 2)
+    out.write("(define-fun f0 ((x %s)) %s (fp.add RNE x x1))\n" % (F, F))
+    i = 1
+    while out.size < size:
+        call = "(f%d x)" % (i - 1)
+        body = "(fp.mul RNE %s %s)" % (call, call) if uses == 2 else "(fp.add RNE %s x1)" % call
+        out.write("(define-fun f%d ((x %s)) %s %s)\n" % (i, F, F, body))
+        i += 1
+    out.write("; functions %d\n(assert (fp.lt (f%d x0) x1))\n" % (i, i - 1))
+
+
 def assertions(size, out):
     declare(out, 1000)
     i = 0
@@ -91,7 +107,9 @@ def assertions(size, out):
 
 
 SHAPES = {"decls": decls, "and": conjunction, "let": let_chain, "deep": deep_term,
-          "defs": definitions, "asserts": assertions}
+          "defs": definitions, "asserts": assertions,
+          "defun": lambda size, out: function_chain(size, out, 1),
+          "defun2": lambda size, out: function_chain(size, out, 2)}
 
 
 class Counted:

@@ -221,25 +221,6 @@ Elaborator::Binding const* Elaborator::lookup(std::string const& name) const {
   return it == names_.end() ? nullptr : &it->second;
 }
 
-// Restores the local names, and which of them are in sight, on every exit
-// from a let or a macro body, errors included.
-class Elaborator::LocalsGuard {
-public:
-  explicit LocalsGuard(Elaborator& el)
-      : el_(el), size_(el.locals_.size()), visible_from_(el.visible_from_) {}
-  LocalsGuard(LocalsGuard const&) = delete;
-  LocalsGuard& operator=(LocalsGuard const&) = delete;
-  ~LocalsGuard() {
-    el_.pop_locals(size_);
-    el_.visible_from_ = visible_from_;
-  }
-
-private:
-  Elaborator& el_;
-  std::size_t size_;
-  std::size_t visible_from_;
-};
-
 void Elaborator::push_local(std::string const& name, Value v) {
   int const index = static_cast<int>(locals_.size());
   auto [it, fresh] = innermost_.try_emplace(name, index);
@@ -349,81 +330,6 @@ void Elaborator::check_argument_sort(SExpr const& e, std::size_t i, Value v, Val
     throw SmtError(e.items[i].pos, "wrong sort: argument " + std::to_string(i) + " of " +
                                        e.items[0].atom.text + " is " + sort_text(v) +
                                        ", expected " + sort_text(first));
-}
-
-void Elaborator::define_fun(std::string const& name, SExpr const& params, SExpr const& sort_e,
-                            SExpr const& body, SExpr const& where) {
-  if (!params.is_list) throw SmtError(params.pos, "expected a parameter list (name sort)*");
-  if (params.items.empty()) return define(name, sort_e, body, where);
-  auto m = std::make_shared<Macro>();
-  for (SExpr const& prm : params.items) {
-    if (!prm.is_list || prm.items.size() != 2 || prm.items[0].is_list ||
-        prm.items[0].atom.kind != Tok::symbol)
-      throw SmtError(prm.pos, "expected a parameter (name sort)");
-    m->params.emplace_back(prm.items[0].atom.text, parse_sort(prm.items[1]));
-  }
-  m->result = parse_sort(sort_e);
-  m->body = body;
-  // Elaborate once with placeholder inputs of the parameters' sorts, so that
-  // a body in error is reported at the definition.  The placeholders and
-  // what is built on them occur in no assertion, so the search never sees
-  // them.
-  Value v;
-  {
-    std::vector<Value> placeholders;
-    for (auto const& [pname, ps] : m->params) {
-      std::string const placeholder = "@" + name + "." + pname;
-      Value pv;
-      if (ps.is_bool)
-        pv = {true, p_.add_node(Op::bvar, p_.add_var(placeholder, true, ps.fmt))};
-      else if (ps.is_real)
-        pv = real_var(placeholder);
-      else if (ps.is_rm)
-        pv = {false, p_.add_rm_var(placeholder), true};
-      else if (ps.bv > 0)
-        pv = {false, p_.add_bv_var(placeholder, ps.bv)};
-      else {
-        Operand o;
-        o.var = p_.add_var(placeholder, false, ps.fmt);
-        o.fmt = ps.fmt;
-        pv = {false, p_.add_operand(o)};
-      }
-      placeholders.push_back(pv);
-    }
-    LocalsGuard guard(*this);
-    visible_from_ = locals_.size(); // the body sees the parameters only
-    for (std::size_t i = 0; i < placeholders.size(); ++i)
-      push_local(m->params[i].first, placeholders[i]);
-    v = elaborate(body);
-  }
-  if (!has_sort(v, m->result))
-    throw SmtError(body.pos, "wrong sort: the body of '" + name + "' is " + sort_text(v) +
-                                 ", expected the declared sort");
-  Binding b;
-  b.macro = std::move(m);
-  bind(name, b, where);
-}
-
-Value Elaborator::apply_macro(Macro const& m, SExpr const& e) {
-  std::string const& name = e.items[0].atom.text;
-  if (e.items.size() - 1 != m.params.size())
-    throw SmtError(e.pos, "'" + name + "' expects " + std::to_string(m.params.size()) +
-                              " arguments, found " + std::to_string(e.items.size() - 1));
-  std::vector<Value> args;
-  for (std::size_t i = 0; i < m.params.size(); ++i)
-    args.push_back(macro_argument(m, e, i, elaborate(e.items[i + 1])));
-  LocalsGuard guard(*this);
-  visible_from_ = locals_.size(); // the body sees the parameters only
-  for (std::size_t i = 0; i < args.size(); ++i)
-    push_local(m.params[i].first, args[i]);
-  return elaborate(m.body);
-}
-
-Value Elaborator::macro_argument(Macro const& m, SExpr const& e, std::size_t i, Value v) const {
-  if (!has_sort(v, m.params[i].second))
-    throw SmtError(e.items[i + 1].pos, "wrong sort: argument " + std::to_string(i + 1) + " of '" +
-                                           e.items[0].atom.text + "' is " + sort_text(v));
-  return v;
 }
 
 Value Elaborator::let(SExpr const& e) {
@@ -889,6 +795,9 @@ struct Elaborator::Frame {
   bool bound = false;             // let and macro: the names are bound, the body is next
   std::size_t locals = 0;         // let and macro: what to restore after the body
   std::size_t visible_from = 0;
+  std::vector<int> arguments; // macro: the arguments' indices, the application's key
+  bool known = false;         // macro: an equal application gave `value`, the body is skipped
+  Value value;
 };
 
 // The frame of e: which arguments are terms, so that nothing that is not a
@@ -961,6 +870,13 @@ SExpr const* Elaborator::next_argument(Frame& f) {
     bind_let(e, values);
     return &e.items[2];
   }
+  for (Value const& v : values)
+    f.arguments.push_back(v.index);
+  if (Value const* known = known_application(*f.m, f.arguments)) {
+    f.known = true;
+    f.value = *known;
+    return nullptr;
+  }
   visible_from_ = locals_.size(); // the body sees the parameters only
   for (std::size_t i = 0; i < values.size(); ++i)
     push_local(f.m->params[i].first, values[i]);
@@ -969,9 +885,11 @@ SExpr const* Elaborator::next_argument(Frame& f) {
 
 Value Elaborator::finish(Frame& f) {
   if (f.kind == Frame::call) return elaborate_list(*f.e);
+  if (f.known) return f.value;
   Value const v = elaborate(f.kind == Frame::let_term ? f.e->items[2] : f.m->body);
   pop_locals(f.locals);
   visible_from_ = f.visible_from;
+  if (f.kind == Frame::macro_term) remember(*f.m, std::move(f.arguments), v);
   return v;
 }
 

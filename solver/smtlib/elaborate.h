@@ -3,15 +3,14 @@
 // Arithmetic, conversions of terms and ite over floating point become Defs
 // (terms of their own); operations on constants only are folded to
 // constants, except where the result is unspecified.  define-fun with
-// parameters is a macro: each application elaborates the body with the
+// parameters is a macro: an application elaborates the body with the
 // parameters bound to the arguments and nothing else of the caller's local
-// names in sight.  let binds in parallel; (! t :named n) binds n like a
-// definition.
-// The elaborator owns the name scopes (declarations, definitions, defined
-// sorts) and builds the problem only through its add_* members, so the
-// problem never sees an S-expression.  Chains (fp.leq a b c), n-ary = and
-// distinct are expanded into binary atoms under `and`; fp.neg and fp.abs of
-// a variable become views of it, of a constant a folded constant.
+// names in sight, once for equal arguments (elaborate_apply.cpp).  let binds in parallel; (! t
+// :named n) binds n like a definition. The elaborator owns the name scopes (declarations,
+// definitions, defined sorts) and builds the problem only through its add_* members, so the problem
+// never sees an S-expression.  Chains (fp.leq a b c), n-ary = and distinct are expanded into binary
+// atoms under `and`; fp.neg and fp.abs of a variable become views of it, of a constant a folded
+// constant.
 //
 // Errors are SmtError with the position of the offending expression; an
 // error leaves the problem and the scopes usable (a failed command adds no
@@ -81,10 +80,20 @@ private:
     std::uint32_t bv = 0; // (_ BitVec bv), with fmt bv_format(bv)
     bool is_real = false;
   };
+  struct ArgumentsHash {
+    std::size_t operator()(std::vector<int> const& k) const;
+  };
   struct Macro {
     std::vector<std::pair<std::string, Sort>> params;
     Sort result;
     SExpr body;
+    // The body names no term, so equal applications may share one value.
+    bool shared = true;
+    // Caches of what the body elaborates to (elaborate_apply.cpp): the value
+    // of each application by its arguments' indices, and the placeholder
+    // standing for any application while a definition is checked.
+    mutable std::unordered_map<std::vector<int>, Value, ArgumentsHash> applications;
+    mutable Value stand_in;
   };
   struct Binding {
     bool is_sort = false;
@@ -121,6 +130,12 @@ private:
   std::vector<int> fp_operands(SExpr const& e, std::size_t first);
   Value fp_operation(SExpr const& e, FpOperator const& o);
   Value apply_macro(Macro const& m, SExpr const& e);
+  // A variable of sort s that occurs in no assertion.
+  Value placeholder(std::string const& name, Sort const& s);
+  // The value an application of m to `arguments` is known to have without
+  // elaborating the body, else nullptr; remember records it.
+  Value const* known_application(Macro const& m, std::vector<int> const& arguments);
+  void remember(Macro const& m, std::vector<int> arguments, Value v);
   // Argument i of a macro application, checked against the parameter's sort.
   Value macro_argument(Macro const& m, SExpr const& e, std::size_t i, Value v) const;
   Value let(SExpr const& e);
@@ -193,6 +208,28 @@ private:
   // (and removed) by elaborate() when the operator's own code asks for them.
   std::unordered_map<SExpr const*, Value> ready_;
   int depth_ = 0; // list terms elaborated by recursion since the last explicit stack
+  // A definition's body is being checked: an application of a shared macro
+  // stands for its placeholder.
+  bool checking_ = false;
+};
+
+// Restores the local names, and which of them are in sight, on every exit
+// from a let or a macro body, errors included.
+class Elaborator::LocalsGuard {
+public:
+  explicit LocalsGuard(Elaborator& el)
+      : el_(el), size_(el.locals_.size()), visible_from_(el.visible_from_) {}
+  LocalsGuard(LocalsGuard const&) = delete;
+  LocalsGuard& operator=(LocalsGuard const&) = delete;
+  ~LocalsGuard() {
+    el_.pop_locals(size_);
+    el_.visible_from_ = visible_from_;
+  }
+
+private:
+  Elaborator& el_;
+  std::size_t size_;
+  std::size_t visible_from_;
 };
 
 } // namespace fpsolve

@@ -83,4 +83,29 @@ TEST(FpsolveReading, DeepArithmeticMacrosAndErrors) {
   EXPECT_EQ(r.out, "sat\n((" + abs + " (fp #b0 #b00000000 #b00000000000000000000000)))\n");
 }
 
+// Chains of functions, each applying the one before, elaborate in time
+// proportional to their length and without recursion as deep: expanded as
+// macros, a chain applying the one before once costs its length squared,
+// twice 2^length.  The answer depends on the parity of the negations
+// through every link.
+TEST(FpsolveReading, FunctionChainsElaborateOncePerApplication) {
+  auto script = [](int links) {
+    auto link = [](char f, int i, std::string const& body) {
+      return "(define-fun " + std::string(1, f) + std::to_string(i) + " ((a Float32)) Float32 " +
+             body + ")\n";
+    };
+    std::string s = "(declare-const x Float32)\n" + link('f', 0, "a") + link('g', 0, "a");
+    for (int i = 1; i <= links; ++i)
+      s += link('f', i, "(fp.neg (f" + std::to_string(i - 1) + " a))");
+    for (int i = 1; i <= 64; ++i) {
+      std::string const twice = "(g" + std::to_string(i - 1) + " a)";
+      s += link('g', i, "(fp.mul RNE " + twice + " " + twice + ")");
+    }
+    return s + "(define-fun squared () Float32 (g64 x))\n(assert (fp.isPositive x))\n" +
+           "(assert (fp.isNegative (f" + std::to_string(links) + " x)))\n(check-sat)\n";
+  };
+  EXPECT_EQ(run(script(100'001)).out, "sat\n");
+  EXPECT_EQ(run(script(10'000)).out, "unsat\n");
+}
+
 } // namespace
