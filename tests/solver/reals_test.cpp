@@ -77,6 +77,61 @@ TEST(RealRounding, PreimagesAgreeWithRounding) {
   }
 }
 
+// The other direction: the finite floats within real ends (each end alone,
+// strict or not, against the floats themselves), and the image of a range
+// under to_fp against rounding each sample inside it.
+TEST(RealRounding, FloatsWithinAndImagesAgreeWithRounding) {
+  std::mt19937 rng(3);
+  for (Format f : {Format{2, 3}, Format{3, 4}}) {
+    std::vector<mpq_class> const ts = samples(f);
+    std::vector<IEEEFloat> finite;
+    for (IEEEFloat const& v : all_values(f))
+      if (!v.is_nan() && !v.is_inf()) finite.push_back(v);
+    std::sort(finite.begin(), finite.end(), [](IEEEFloat const& a, IEEEFloat const& b) {
+      return rank_of<mpz_class>(a) < rank_of<mpz_class>(b);
+    });
+    for (mpq_class const& t : ts)
+      for (bool strict : {false, true}) {
+        RealEnd const e{false, t, strict};
+        std::optional<IEEEFloat> least, greatest; // value above t, below t
+        for (IEEEFloat const& v : finite) {
+          mpq_class const x = exact_value(v);
+          if (!least && (x > t || (x == t && !strict))) least = v;
+          if (x < t || (x == t && !strict)) greatest = v;
+        }
+        auto const lo = floats_within(RealRange{e, RealEnd{}}, f);
+        auto const hi = floats_within(RealRange{RealEnd{}, e}, f);
+        ASSERT_EQ(lo.has_value(), least.has_value()) << t.get_str() << strict;
+        ASSERT_EQ(hi.has_value(), greatest.has_value()) << t.get_str() << strict;
+        if (lo) {
+          ASSERT_EQ(rank_of<mpz_class>(lo->first), rank_of<mpz_class>(*least)) << t.get_str();
+        }
+        if (hi) {
+          ASSERT_EQ(rank_of<mpz_class>(hi->second), rank_of<mpz_class>(*greatest)) << t.get_str();
+        }
+      }
+    EXPECT_FALSE(floats_within(RealRange{{false, 1, false}, {false, 1, true}}, f));
+    for (int round = 0; round < 300; ++round) {
+      mpq_class a = ts[rng() % ts.size()], b = ts[rng() % ts.size()];
+      if (b < a) std::swap(a, b);
+      unsigned const modes = 1 + rng() % 31;
+      auto const [lo, hi] =
+          rounding_image(modes, RealRange{{false, a, false}, {false, b, false}}, f);
+      mpz_class least = rank_of<mpz_class>(hi), greatest = rank_of<mpz_class>(lo);
+      for (mpq_class const& t : ts)
+        for (int m = 0; m < 5 && a <= t && t <= b; ++m)
+          if (modes >> m & 1u) {
+            mpz_class const r =
+                rank_of<mpz_class>(round_real(static_cast<IEEEFloat::rounding_mode>(m), t, f));
+            least = std::min(least, r);
+            greatest = std::max(greatest, r);
+          }
+      ASSERT_EQ(least, rank_of<mpz_class>(lo)) << a.get_str() << " " << b.get_str();
+      ASSERT_EQ(greatest, rank_of<mpz_class>(hi)) << a.get_str() << " " << b.get_str();
+    }
+  }
+}
+
 std::string run(std::string const& script, int* status = nullptr) {
   DriverOptions opt;
   opt.search.check = true;
