@@ -329,6 +329,30 @@ TEST(Reals, ReadsEveryFormAndPrintsModels) {
             "unsat\n");
 }
 
+// Bounds flow from the reals into the floats without a split: the real
+// bounds leave x exactly the floats strictly between 2.5 and 3.0 (in (3,4)
+// the one float 2.75).
+TEST(Reals, RealBoundsNarrowFloats) {
+  auto stat = [](std::string const& out, std::string const& name) {
+    std::size_t const at = out.find(":" + name + " ");
+    return at == std::string::npos ? -1 : std::stol(out.substr(at + name.size() + 2));
+  };
+  std::string const x = "(declare-const x (_ FloatingPoint 3 4))"
+                        "(assert (not (or (fp.isNaN x) (fp.isInfinite x))))"
+                        "(assert (> (fp.to_real x) 2.5))(assert (< (fp.to_real x) 3.0))";
+  std::string out = run(x + "(assert (distinct x ((_ to_fp 3 4) RNE 2.75)))(check-sat)"
+                            "(get-info :all-statistics)");
+  EXPECT_EQ(out.substr(0, 6), "unsat\n") << out;
+  EXPECT_EQ(stat(out, "decisions"), 0) << out;
+  out = run("(set-option :produce-models true)" + x + "(check-sat)(get-value (x))");
+  EXPECT_NE(out.find("((x (fp #b0 #b100 #b011)))"), std::string::npos) << out;
+  // NaN's real value is free: without the first assertion x may be NaN.
+  out = run("(declare-const x (_ FloatingPoint 3 4))(assert (not (fp.isInfinite x)))"
+            "(assert (> (fp.to_real x) 2.5))(assert (< (fp.to_real x) 3.0))"
+            "(assert (not (= x ((_ to_fp 3 4) RNE 2.75))))(check-sat)");
+  EXPECT_EQ(out, "sat\n");
+}
+
 TEST(Reals, ErrorsNameTheTermAndItsPosition) {
   auto error = [](std::string const& script) {
     std::string const out = run(script);
