@@ -4,6 +4,8 @@
 
 #include "engine/real_terms.h"
 
+#include "support/invariant.h"
+
 #include <algorithm>
 #include <utility>
 
@@ -360,9 +362,12 @@ bool LraBridge<R>::check() {
     Problem const& p = ctx_.p;
     for (std::size_t i = 0; i < p.reals.size(); ++i)
       if (p.reals[i].op == RealOp::var) ctx_.real_inputs[i] = simplex_.model_value(col_[i]);
-    ok = assert_implied() && narrow_floats();
+    ok = !ctx_.opt.real_narrowing || (assert_implied() && narrow_floats());
   }
   simplex_.pop(1);
+  // Popped back to the rows alone: nothing of this check stays.
+  if (ctx_.checking && (simplex_.level() != 0 || !simplex_.check_invariants()))
+    qorv::invariant_violated("fpsolve reals", "the simplex kept a level after a check");
   if (!ok) ++ctx_.stats.lra_conflicts;
   return ok;
 }

@@ -32,7 +32,7 @@ Search<R>::Search(Problem& problem, Options const& options)
     lra_ = std::make_unique<LraBridge<R>>(ctx_, tc_);
     propagation_.node_check = [this] { return lra_->check(); };
     learner_.refuted_bounds = [this](std::vector<typename Learner<R>::BoundLit>& out) {
-      return lra_ && lra_->refuted(out);
+      return ctx_.opt.real_lemmas && lra_ && lra_->refuted(out);
     };
   }
 }
