@@ -207,7 +207,10 @@ std::optional<bool> Learner<R>::learn_refuted() {
                    [&](std::size_t a, std::size_t b) { return at[a] > at[b]; });
   int const top = at[order[0]];
   int const second = order.size() > 1 ? at[order[1]] : 0;
-  if (top > 0 && second == top) return std::nullopt; // not asserting
+  if (top > 0 && second == top) { // not asserting
+    ++ctx_.stats.lra_lemmas_unused;
+    return std::nullopt;
+  }
   ++ctx_.stats.lra_lemmas;
   if (top == 0) { // refuted at the root: no model at all
     tc_.backtrack_to(levels.front().trail_length);

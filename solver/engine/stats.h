@@ -36,6 +36,8 @@ namespace fpsolve {
   X(count, lra_checks, "lra-checks", "linear real checks of a node's box by the simplex")          \
   X(count, lra_conflicts, "lra-conflicts", "boxes whose real constraints the simplex refuted")     \
   X(count, lra_lemmas, "lra-lemmas", "real conflicts learned as clauses of the refuted bounds")    \
+  X(count, lra_lemmas_unused, "lra-lemmas-unused",                                                 \
+    "refuted bounds not learned: two became true at their highest level")                          \
   X(count, lra_narrowings, "lra-narrowings", "float intervals narrowed by real bounds")            \
   X(count, lra_preimages, "lra-preimages",                                                         \
     "rounding preimages computed (not taken from the cache)")                                      \
