@@ -22,7 +22,7 @@
 // real_inputs).
 //
 // After a feasible check the bounds flow back: the bounds the rows imply
-// (Simplex::propagate_bounds, a few passes) are asserted too, then each
+// (Simplex::propagate_bounds, one pass) are asserted too, then each
 // fp.to_real(x) narrows x to the floats whose value lies within its real
 // bounds (only the finite part can be cut while NaN or an infinity, whose
 // value is free, is still possible on that side), and each y = to_fp(rm, t)
