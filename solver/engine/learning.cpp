@@ -1,6 +1,7 @@
 // Conflict learning (see learning.h).
 #include "engine/learning.h"
 
+#include "engine/bound_levels.h"
 #include "engine/propagation.h"
 
 #include "support/invariant.h"
@@ -187,8 +188,55 @@ bool Learner<R>::minimizing() const {
   return minimize_propagations_ * 100 < ctx_.opt.minimize_effort * rest;
 }
 
+// The clause of refuted bounds when it is asserting (see learning.h); none
+// when there is no such clause, else whether propagation after the jump
+// went without conflict.  A bound known since the root is false in every
+// state the search returns to, so its negation is left out.
+template <class R>
+std::optional<bool> Learner<R>::learn_refuted() {
+  std::vector<BoundLit> bounds;
+  if (!refuted_bounds || !refuted_bounds(bounds) || bounds.empty()) return std::nullopt;
+  for (BoundLit const& b : bounds)
+    if (clauses_.truth(b) != ClauseStore<R>::Truth::yes) return std::nullopt; // a stale conflict
+  std::vector<Level>& levels = ctx_.levels;
+  std::vector<int> const at = bound_levels(tc_, ctx_.p, levels, bounds);
+  std::vector<std::size_t> order(bounds.size());
+  for (std::size_t i = 0; i < order.size(); ++i)
+    order[i] = i;
+  std::stable_sort(order.begin(), order.end(),
+                   [&](std::size_t a, std::size_t b) { return at[a] > at[b]; });
+  int const top = at[order[0]];
+  int const second = order.size() > 1 ? at[order[1]] : 0;
+  if (top > 0 && second == top) { // not asserting
+    ++ctx_.stats.lra_lemmas_unused;
+    return std::nullopt;
+  }
+  ++ctx_.stats.lra_lemmas;
+  if (top == 0) { // refuted at the root: no model at all
+    tc_.backtrack_to(levels.front().trail_length);
+    levels.clear();
+    return false;
+  }
+  std::vector<BoundLit> lits;
+  for (std::size_t i : order) {
+    if (at[i] == 0) break;
+    BoundLit const& b = bounds[i];
+    lits.push_back(b.lower ? BoundLit{b.var, false, R(b.rank - 1)}
+                           : BoundLit{b.var, true, R(b.rank + 1)});
+  }
+  ctx_.stats.levels_skipped +=
+      static_cast<std::uint64_t>(static_cast<int>(levels.size()) - 1 - second);
+  tc_.backtrack_to(levels[static_cast<std::size_t>(second)].trail_length);
+  levels.resize(static_cast<std::size_t>(second));
+  if (queue_.lost) queue_.enqueue_all();
+  BoundLit const forced = lits[0];
+  clauses_.add(std::move(lits));
+  return clauses_.make_true(forced) && propagation_.deduce();
+}
+
 template <class R>
 bool Learner<R>::learn_and_backjump() {
+  if (std::optional<bool> const jumped = learn_refuted()) return *jumped;
   std::vector<Level>& levels = ctx_.levels;
   int const k = static_cast<int>(levels.size());
   assert(k > 0 && "a conflict above the root");

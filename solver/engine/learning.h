@@ -25,6 +25,15 @@
 // "not Dk" at level k-1, which D0..Dk-1 imply since they and Dk conflict;
 // nothing is kept, and "not Dk" goes when level k-1 is undone.
 //
+// A conflict of the real constraints may name the bounds it refuted
+// (`refuted_bounds`, engine/lra_bridge.h): their negations form a clause
+// that holds in every model.  When every bound is still true and exactly
+// one became true at the highest level among them, that clause is the
+// conflict's: the search undoes every level above the second highest and
+// the clause forces the negation of the last bound there (first-UIP
+// learning with the theory as the explanation).  Otherwise the decisions'
+// clause above is learned.
+//
 // Termination either way: each conflict strictly narrows an interval at a
 // level below k, intervals are finite, so the sequence of interval states
 // ordered level by level decreases; a conflict with no decision left is
@@ -36,6 +45,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <optional>
 #include <vector>
 
 namespace fpsolve {
@@ -92,12 +103,17 @@ public:
           Propagation<R>& propagation, ClauseStore<R>& clauses)
       : ctx_(ctx), tc_(tc), queue_(queue), propagation_(propagation), clauses_(clauses) {}
 
+  using BoundLit = typename ClauseStore<R>::BoundLit;
+
   // After a conflict with a decision left: jumps back (see above) and
   // propagates.  False on a new conflict.
   bool resolve_conflict();
+  // Fills bounds (true at the last theory conflict) that no model
+  // satisfies together; false when there are none.
+  std::function<bool(std::vector<BoundLit>&)> refuted_bounds;
 
 private:
-  using BoundLit = typename ClauseStore<R>::BoundLit;
+  std::optional<bool> learn_refuted();
   bool learn_and_backjump();
   bool backtrack_chronologically();
   bool minimizing() const;

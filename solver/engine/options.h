@@ -68,6 +68,10 @@ enum class OptionKind : std::uint8_t { flag, count, seconds, text };
     "jump comparison chains to their fixpoint when a round creeps")                                \
   X(flag, ordered_queue, "ordered-queue", false,                                                   \
     "visit queued entries comparisons first, then Defs in dependency order (else first in)")       \
+  X(flag, real_lemmas, "real-lemmas", true,                                                        \
+    "learn the bounds a simplex refutation used as the conflict's clause")                         \
+  X(flag, real_narrowing, "real-narrowing", true,                                                  \
+    "narrow floats behind fp.to_real and to_fp by the real bounds the rows imply")                 \
   /* tuning */                                                                                     \
   X(count, propagation_budget, "propagation-budget", 32,                                           \
     "propagation steps per entry (plus 1000) before a round counts as stalled")                    \

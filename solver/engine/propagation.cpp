@@ -49,13 +49,24 @@ typename Propagation<R>::Round Propagation<R>::propagate() {
   return outcome;
 }
 
+// The node check may narrow intervals (the real bounds flow into floats):
+// then the round goes on from what it queued.  Each repetition follows a
+// strict narrowing of a finite interval, so the loop ends.
 template <class R>
 bool Propagation<R>::deduce() {
   PhaseTimer const timer(ctx_.stats.propagation_time);
-  Round const outcome = propagate();
-  if (outcome == Round::conflict || (outcome == Round::stalled && graph_.has_strict_cycle()))
-    return false;
-  return !node_check || node_check();
+  for (;;) {
+    Round const outcome = propagate();
+    if (outcome == Round::conflict || (outcome == Round::stalled && graph_.has_strict_cycle()))
+      return false;
+    if (!node_check) return true;
+    if (!node_check()) {
+      queue_.clear();
+      return false;
+    }
+    if (outcome == Round::stalled || (queue_.entries_empty() && queue_.clause_vars_empty()))
+      return true;
+  }
 }
 
 FPSOLVE_INSTANTIATE_FOR_RANKS(Propagation)

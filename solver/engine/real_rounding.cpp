@@ -104,4 +104,50 @@ std::optional<RealRange> rounding_preimage(unsigned modes, IEEEFloat const& lo,
   return hull;
 }
 
+std::optional<std::pair<IEEEFloat, IEEEFloat>> floats_within(RealRange const& r,
+                                                             IEEEFloat::format f) {
+  using RM = IEEEFloat::rounding_mode;
+  IEEEFloat lo = IEEEFloat::inf(f, true), hi = IEEEFloat::inf(f, false);
+  // Rounding towards +oo gives the least float whose value is at least the
+  // end; on a zero that is +0, below which -0 has the same value (and the
+  // other way round for the upper end).
+  if (r.lo.unbounded) {
+    lo = qorv::next_above(lo);
+  } else {
+    lo = round_real(RM::rm_toward_positive, r.lo.value, f);
+    if (lo.is_zero()) lo = IEEEFloat::zero(f, true);
+    if (r.lo.strict && !lo.is_inf() && exact_value(lo) == r.lo.value)
+      lo = lo.is_zero() ? qorv::next_above(IEEEFloat::zero(f, false)) : qorv::next_above(lo);
+  }
+  if (r.hi.unbounded) {
+    hi = qorv::next_below(hi);
+  } else {
+    hi = round_real(RM::rm_toward_negative, r.hi.value, f);
+    if (hi.is_zero()) hi = IEEEFloat::zero(f, false);
+    if (r.hi.strict && !hi.is_inf() && exact_value(hi) == r.hi.value)
+      hi = hi.is_zero() ? qorv::next_below(IEEEFloat::zero(f, true)) : qorv::next_below(hi);
+  }
+  if (lo.is_inf() || hi.is_inf() || rank_of<mpz_class>(lo) > rank_of<mpz_class>(hi))
+    return std::nullopt;
+  return std::make_pair(lo, hi);
+}
+
+std::pair<IEEEFloat, IEEEFloat> rounding_image(unsigned modes, RealRange const& r,
+                                               IEEEFloat::format f) {
+  std::optional<IEEEFloat> lo, hi;
+  for (int m = 0; m < 5; ++m) {
+    if (!(modes >> m & 1u)) continue;
+    auto const rm = static_cast<IEEEFloat::rounding_mode>(m);
+    if (!r.lo.unbounded) {
+      IEEEFloat const v = round_real(rm, r.lo.value, f);
+      if (!lo || order(v, *lo) < 0) lo = v;
+    }
+    if (!r.hi.unbounded) {
+      IEEEFloat const v = round_real(rm, r.hi.value, f);
+      if (!hi || order(v, *hi) > 0) hi = v;
+    }
+  }
+  return {lo ? *lo : IEEEFloat::inf(f, true), hi ? *hi : IEEEFloat::inf(f, false)};
+}
+
 } // namespace fpsolve

@@ -16,6 +16,7 @@
 
 #include <gmpxx.h>
 #include <optional>
+#include <utility>
 
 namespace fpsolve {
 
@@ -38,5 +39,18 @@ struct RealRange {
 };
 std::optional<RealRange> rounding_preimage(unsigned modes, IEEEFloat const& lo,
                                            IEEEFloat const& hi);
+
+// The least and the greatest finite float of format f (packed order: -0
+// below +0) whose exact value lies within [lo, hi] (each end strict or not,
+// or absent); none when no finite float does.
+std::optional<std::pair<IEEEFloat, IEEEFloat>> floats_within(RealRange const& r,
+                                                             IEEEFloat::format f);
+
+// Ends of {round(m, t) : t within r, m in modes} (modes not empty): the
+// least and greatest rounding of the ends (an absent end gives an
+// infinity).  A strict end is rounded as it stands, which is never tighter
+// than the truth.
+std::pair<IEEEFloat, IEEEFloat> rounding_image(unsigned modes, RealRange const& r,
+                                               IEEEFloat::format f);
 
 } // namespace fpsolve

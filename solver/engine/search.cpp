@@ -31,6 +31,9 @@ Search<R>::Search(Problem& problem, Options const& options)
   if (problem.has_reals()) {
     lra_ = std::make_unique<LraBridge<R>>(ctx_, tc_);
     propagation_.node_check = [this] { return lra_->check(); };
+    learner_.refuted_bounds = [this](std::vector<typename Learner<R>::BoundLit>& out) {
+      return ctx_.opt.real_lemmas && lra_ && lra_->refuted(out);
+    };
   }
 }
 

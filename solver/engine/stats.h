@@ -35,6 +35,12 @@ namespace fpsolve {
   X(count, model_checks, "model-checks", "candidate models checked exactly")                       \
   X(count, lra_checks, "lra-checks", "linear real checks of a node's box by the simplex")          \
   X(count, lra_conflicts, "lra-conflicts", "boxes whose real constraints the simplex refuted")     \
+  X(count, lra_lemmas, "lra-lemmas", "real conflicts learned as clauses of the refuted bounds")    \
+  X(count, lra_lemmas_unused, "lra-lemmas-unused",                                                 \
+    "refuted bounds not learned: two became true at their highest level")                          \
+  X(count, lra_narrowings, "lra-narrowings", "float intervals narrowed by real bounds")            \
+  X(count, lra_preimages, "lra-preimages",                                                         \
+    "rounding preimages computed (not taken from the cache)")                                      \
   X(time, parse_time, "parse-time", "reading and elaborating the script")                          \
   X(time, propagation_time, "propagation-time", "propagation rounds")                              \
   X(time, learning_time, "learning-time", "learning clauses and jumping back")                     \

@@ -77,6 +77,61 @@ TEST(RealRounding, PreimagesAgreeWithRounding) {
   }
 }
 
+// The other direction: the finite floats within real ends (each end alone,
+// strict or not, against the floats themselves), and the image of a range
+// under to_fp against rounding each sample inside it.
+TEST(RealRounding, FloatsWithinAndImagesAgreeWithRounding) {
+  std::mt19937 rng(3);
+  for (Format f : {Format{2, 3}, Format{3, 4}}) {
+    std::vector<mpq_class> const ts = samples(f);
+    std::vector<IEEEFloat> finite;
+    for (IEEEFloat const& v : all_values(f))
+      if (!v.is_nan() && !v.is_inf()) finite.push_back(v);
+    std::sort(finite.begin(), finite.end(), [](IEEEFloat const& a, IEEEFloat const& b) {
+      return rank_of<mpz_class>(a) < rank_of<mpz_class>(b);
+    });
+    for (mpq_class const& t : ts)
+      for (bool strict : {false, true}) {
+        RealEnd const e{false, t, strict};
+        std::optional<IEEEFloat> least, greatest; // value above t, below t
+        for (IEEEFloat const& v : finite) {
+          mpq_class const x = exact_value(v);
+          if (!least && (x > t || (x == t && !strict))) least = v;
+          if (x < t || (x == t && !strict)) greatest = v;
+        }
+        auto const lo = floats_within(RealRange{e, RealEnd{}}, f);
+        auto const hi = floats_within(RealRange{RealEnd{}, e}, f);
+        ASSERT_EQ(lo.has_value(), least.has_value()) << t.get_str() << strict;
+        ASSERT_EQ(hi.has_value(), greatest.has_value()) << t.get_str() << strict;
+        if (lo) {
+          ASSERT_EQ(rank_of<mpz_class>(lo->first), rank_of<mpz_class>(*least)) << t.get_str();
+        }
+        if (hi) {
+          ASSERT_EQ(rank_of<mpz_class>(hi->second), rank_of<mpz_class>(*greatest)) << t.get_str();
+        }
+      }
+    EXPECT_FALSE(floats_within(RealRange{{false, 1, false}, {false, 1, true}}, f));
+    for (int round = 0; round < 300; ++round) {
+      mpq_class a = ts[rng() % ts.size()], b = ts[rng() % ts.size()];
+      if (b < a) std::swap(a, b);
+      unsigned const modes = 1 + rng() % 31;
+      auto const [lo, hi] =
+          rounding_image(modes, RealRange{{false, a, false}, {false, b, false}}, f);
+      mpz_class least = rank_of<mpz_class>(hi), greatest = rank_of<mpz_class>(lo);
+      for (mpq_class const& t : ts)
+        for (int m = 0; m < 5 && a <= t && t <= b; ++m)
+          if (modes >> m & 1u) {
+            mpz_class const r =
+                rank_of<mpz_class>(round_real(static_cast<IEEEFloat::rounding_mode>(m), t, f));
+            least = std::min(least, r);
+            greatest = std::max(greatest, r);
+          }
+      ASSERT_EQ(least, rank_of<mpz_class>(lo)) << a.get_str() << " " << b.get_str();
+      ASSERT_EQ(greatest, rank_of<mpz_class>(hi)) << a.get_str() << " " << b.get_str();
+    }
+  }
+}
+
 std::string run(std::string const& script, int* status = nullptr) {
   DriverOptions opt;
   opt.search.check = true;
@@ -213,10 +268,12 @@ TEST(Reals, AgreeWithEnumerationOverTinyFormats) {
     }
     // The default search, and the search without learning (chronological
     // backtracking over the simplex's conflicts), with atoms decided from
-    // the start, on GMP ranks, and without trail compaction.
-    for (char const* variant :
-         {"", "(set-option :learning false)", "(set-option :atom-delay 0)",
-          "(set-option :big-ranks true)", "(set-option :compact-trail false)"}) {
+    // the start, on GMP ranks, without trail compaction, and without the
+    // narrowing by real bounds (so that most refutations are learned as
+    // clauses of the bounds they used).
+    for (char const* variant : {"", "(set-option :learning false)", "(set-option :atom-delay 0)",
+                                "(set-option :big-ranks true)", "(set-option :compact-trail false)",
+                                "(set-option :real-narrowing false)"}) {
       int status = 0;
       std::string const out = run(variant + s + "(check-sat)", &status);
       ASSERT_EQ(status, 0) << variant << s << "\n" << out;
@@ -272,6 +329,30 @@ TEST(Reals, ReadsEveryFormAndPrintsModels) {
   EXPECT_EQ(run("(declare-const m RoundingMode)(declare-const r Real)"
                 "(assert (= ((_ to_fp 2 3) m r) (_ +oo 2 3)))(assert (< r 3.5))(check-sat)"),
             "unsat\n");
+}
+
+// Bounds flow from the reals into the floats without a split: the real
+// bounds leave x exactly the floats strictly between 2.5 and 3.0 (in (3,4)
+// the one float 2.75).
+TEST(Reals, RealBoundsNarrowFloats) {
+  auto stat = [](std::string const& out, std::string const& name) {
+    std::size_t const at = out.find(":" + name + " ");
+    return at == std::string::npos ? -1 : std::stol(out.substr(at + name.size() + 2));
+  };
+  std::string const x = "(declare-const x (_ FloatingPoint 3 4))"
+                        "(assert (not (or (fp.isNaN x) (fp.isInfinite x))))"
+                        "(assert (> (fp.to_real x) 2.5))(assert (< (fp.to_real x) 3.0))";
+  std::string out = run(x + "(assert (distinct x ((_ to_fp 3 4) RNE 2.75)))(check-sat)"
+                            "(get-info :all-statistics)");
+  EXPECT_EQ(out.substr(0, 6), "unsat\n") << out;
+  EXPECT_EQ(stat(out, "decisions"), 0) << out;
+  out = run("(set-option :produce-models true)" + x + "(check-sat)(get-value (x))");
+  EXPECT_NE(out.find("((x (fp #b0 #b100 #b011)))"), std::string::npos) << out;
+  // NaN's real value is free: without the first assertion x may be NaN.
+  out = run("(declare-const x (_ FloatingPoint 3 4))(assert (not (fp.isInfinite x)))"
+            "(assert (> (fp.to_real x) 2.5))(assert (< (fp.to_real x) 3.0))"
+            "(assert (not (= x ((_ to_fp 3 4) RNE 2.75))))(check-sat)");
+  EXPECT_EQ(out, "sat\n");
 }
 
 TEST(Reals, ErrorsNameTheTermAndItsPosition) {
