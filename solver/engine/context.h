@@ -4,8 +4,9 @@
 //
 // Invariants: `relevant[v]` holds exactly for the variables that occur under
 // an assertion, directly or through the Defs of relevant variables, and
-// `var_of` maps the term of every relevant variable (and only those) to it.  `levels[i].trail_length` strictly increases with i and stays within
-// the trail, because every decision asserts at least one bound.
+// `var_of` maps the term of every relevant variable (and only those) to it.
+// `levels[i].trail_length` strictly increases with i and stays within the trail, because every
+// decision asserts at least one bound.
 #pragma once
 
 #include "engine/options.h"

@@ -139,7 +139,7 @@ void ModelSearch<R>::collect_inputs() {
     if (ctx_.p.vars[v].is_bool && !(in.hi < in.lo)) in.hi = in.lo;
     put(in, candidates_.pick(v));
     if ((in.lo == in.hi && !in.nan) || dist_->follows(v)) continue; // not searched
-    if (in.hi < in.lo) in.lo = in.hi = nan;                        // only NaN
+    if (in.hi < in.lo) in.lo = in.hi = nan;                         // only NaN
     inputs_.push_back(in);
   }
 }
