@@ -135,7 +135,7 @@ bool complete_with(Problem const& p, Evaluator<mpz_class>& ev, std::vector<IEEEF
       changed = true;
       if (specified && changed_specified) *changed_specified = true;
       if (specified && why && why->empty())
-        *why = "term " + p.vars[d.var].name + " is " + model[d.var].to_str() +
+        *why = "term " + p.vars[d.var].name() + " is " + model[d.var].to_str() +
                " in the model but " + value.to_str() + " exactly";
     }
     model[d.var] = value;

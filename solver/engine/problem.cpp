@@ -22,7 +22,6 @@ Problem::Problem() {
 
 int Problem::add_var(std::string const& name, bool is_bool, IEEEFloat::format fmt) {
   Var v;
-  v.name = name;
   v.is_bool = is_bool;
   v.fmt = is_bool ? IEEEFloat::format{2, 2} : fmt;
   v.term = tm.mk_var(name, tm.fp_sort(v.fmt));
