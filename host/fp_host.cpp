@@ -81,7 +81,10 @@ void FpBoundsTrail::assert_bound(FpBoundElement* e) {
     QORV_DEBUG_CHECK(*this);
     return;
   }
-  std::size_t& newest = newest_[e->term()]; // slot + 1; 0 before the first bound
+  std::uint64_t const id = e->term()->id;
+  if (id >= newest_.size()) // sized for every term the manager has made so far
+    newest_.resize(std::max<std::uint64_t>(id, tm ? tm->term_count() : 0) + 1, 0);
+  std::size_t& newest = newest_[id]; // slot + 1; 0 before the first bound
   if (newest > level_start()) {
     // The term's entry of this level: narrowed in place.  The moves and the
     // bit cannot throw, so the copies above were the last thing that could.
@@ -122,8 +125,7 @@ void FpBoundsTrail::backtrack(std::size_t length, FpIntervalDomain* domain) {
            "an asserted bound has its own entry above the initial one");
     if (it != intervals.end()) it->second.pop_entry();
     if (compacting()) {
-      auto n = newest_.find(e->term());
-      if (n != newest_.end()) n->second = previous_.back();
+      if (e->term()->id < newest_.size()) newest_[e->term()->id] = previous_.back();
       previous_.pop_back();
     }
     bounds.pop_back();
@@ -174,9 +176,9 @@ void FpBoundsTrail::check_invariants() const {
     return std::upper_bound(marks_.begin(), marks_.end(), slot) - marks_.begin();
   };
   std::size_t visited = 0;
-  for (auto const& [t, newest] : newest_) {
-    for (std::size_t s = newest; s != 0; s = previous_[s - 1], ++visited) {
-      if (s > bounds.size() || bounds[s - 1]->term() != t || visited > bounds.size())
+  for (std::size_t id = 0; id < newest_.size(); ++id) {
+    for (std::size_t s = newest_[id]; s != 0; s = previous_[s - 1], ++visited) {
+      if (s > bounds.size() || bounds[s - 1]->term()->id != id || visited > bounds.size())
         fail("a term's chain of bounds leaves the term");
       std::size_t const p = previous_[s - 1];
       if (p != 0 && (p >= s || level_of(p - 1) >= level_of(s - 1)))

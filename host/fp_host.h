@@ -121,11 +121,12 @@ private:
   static constexpr std::size_t none = static_cast<std::size_t>(-1);
   std::size_t level_start() const noexcept { return marks_.empty() ? 0 : marks_.back(); }
 
-  // Compaction only: the slot of each term's newest bound, and per slot the
-  // slot of the same term's bound before it (none for its first).
+  // Compaction only: by term id (the term manager numbers terms densely),
+  // the slot of each term's newest bound plus one (0: none), and per slot
+  // the same for the same term's bound before it.
   FpIntervalDomain* compact_domain_ = nullptr;
   std::vector<std::size_t> marks_;
-  hsh::HashMap<Term const*, std::size_t> newest_;
+  std::vector<std::size_t> newest_;
   std::vector<std::size_t> previous_;
 };
 

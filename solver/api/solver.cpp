@@ -201,7 +201,7 @@ std::string Solver::model_text() const {
   std::string out = "(\n";
   for (int v : s.problem.declared) {
     Var const& var = s.problem.vars[v];
-    out += "  (define-fun " + SExpr{false, Token{Tok::symbol, var.name, {}}, {}, {}}.to_text() +
+    out += "  (define-fun " + SExpr{false, Token{Tok::symbol, var.name(), {}}, {}, {}}.to_text() +
            " () ";
     if (var.real >= 0)
       out += "Real " + s.text_of(Value{false, var.real, false, true});

@@ -76,8 +76,10 @@ IEEEFloat operand_value(Problem const& p, std::vector<IEEEFloat> const& model, i
 namespace {
 
 // Completion over an evaluator that tracks the values (ite conditions are
-// evaluated by it).
-bool complete_with(Problem const& p, Evaluator<mpz_class>& ev, std::vector<IEEEFloat>& model,
+// evaluated by it).  Both rank types evaluate alike; the 128-bit one, where
+// every format fits it, takes no allocation per value.
+template <class R>
+bool complete_with(Problem const& p, Evaluator<R>& ev, std::vector<IEEEFloat>& model,
                    bool* changed_specified, std::vector<char> const* claims,
                    std::string* why = nullptr) {
   std::size_t const given = model.size();
@@ -88,7 +90,7 @@ bool complete_with(Problem const& p, Evaluator<mpz_class>& ev, std::vector<IEEEF
   for (std::size_t v = 0; v < p.vars.size(); ++v)
     if (p.vars[v].def < 0) {
       model[v] = canonical(model[v]);
-      mpz_class r = rank_of<mpz_class>(model[v]);
+      R const r = rank_of<R>(model[v]);
       ev.cur[v] = {r, r};
     }
   std::map<std::pair<FpOp, std::vector<mpz_class>>, IEEEFloat> choices;
@@ -135,27 +137,20 @@ bool complete_with(Problem const& p, Evaluator<mpz_class>& ev, std::vector<IEEEF
       changed = true;
       if (specified && changed_specified) *changed_specified = true;
       if (specified && why && why->empty())
-        *why = "term " + p.vars[d.var].name + " is " + model[d.var].to_str() +
+        *why = "term " + p.vars[d.var].name() + " is " + model[d.var].to_str() +
                " in the model but " + value.to_str() + " exactly";
     }
     model[d.var] = value;
-    mpz_class r = rank_of<mpz_class>(value);
+    R const r = rank_of<R>(value);
     ev.cur[d.var] = {r, r};
   }
   return changed;
 }
 
-} // namespace
-
-bool complete_model(Problem const& p, std::vector<IEEEFloat>& model, bool* changed_specified,
-                    std::vector<char> const* claims) {
-  Evaluator<mpz_class> ev(p);
-  return complete_with(p, ev, model, changed_specified, claims);
-}
-
-bool verify_model(Problem const& p, std::vector<IEEEFloat>& model, std::string* why,
-                  std::vector<char> const* claims) {
-  Evaluator<mpz_class> ev(p);
+template <class R>
+bool verify_with(Problem const& p, std::vector<IEEEFloat>& model, std::string* why,
+                 std::vector<char> const* claims) {
+  Evaluator<R> ev(p);
   bool changed_specified = false;
   why->clear();
   complete_with(p, ev, model, &changed_specified, claims, why);
@@ -166,6 +161,34 @@ bool verify_model(Problem const& p, std::vector<IEEEFloat>& model, std::string* 
       return false;
     }
   return true;
+}
+
+} // namespace
+
+// Ranks of a format of w bits lie within +-2^(w-1), so 128 bits suffice up to
+// w = 128 (Float128 included).
+bool ranks_fit_128(Problem const& p) {
+  for (Operand const& o : p.operands)
+    if (o.fmt.eb + o.fmt.sb > 128) return false;
+  for (Var const& v : p.vars)
+    if (v.fmt.eb + v.fmt.sb > 128) return false;
+  return true;
+}
+
+bool complete_model(Problem const& p, std::vector<IEEEFloat>& model, bool* changed_specified,
+                    std::vector<char> const* claims) {
+  if (ranks_fit_128(p)) {
+    Evaluator<i128> ev(p);
+    return complete_with(p, ev, model, changed_specified, claims);
+  }
+  Evaluator<mpz_class> ev(p);
+  return complete_with(p, ev, model, changed_specified, claims);
+}
+
+bool verify_model(Problem const& p, std::vector<IEEEFloat>& model, std::string* why,
+                  std::vector<char> const* claims) {
+  return ranks_fit_128(p) ? verify_with<i128>(p, model, why, claims)
+                          : verify_with<mpz_class>(p, model, why, claims);
 }
 
 } // namespace fpsolve

@@ -21,6 +21,10 @@ namespace fpsolve {
 std::optional<IEEEFloat> apply_op(FpOp op, IEEEFloat::rounding_mode rm,
                                   std::vector<IEEEFloat> const& args, IEEEFloat::format to);
 
+// Whether every format of the problem has at most 128 bits, so that its
+// ranks fit the 128-bit rank type (ranks.h).
+bool ranks_fit_128(Problem const& p);
+
 // The exact value of an operand under a model of every variable.
 IEEEFloat operand_value(Problem const& p, std::vector<IEEEFloat> const& model, int o);
 

@@ -152,6 +152,7 @@ void AtomDecider<R>::walk(int root) {
 template <class R>
 typename AtomDecider<R>::Choice AtomDecider<R>::pick(std::vector<IEEEFloat> const& witness) {
   if (sel_.decidable.empty()) return {};
+  if (seen_.empty()) seen_.assign(ctx_.p.nodes.size(), 0);
   ++stamp_;
   best_ = -1;
   for (int r : ctx_.p.assertions)
@@ -159,12 +160,13 @@ typename AtomDecider<R>::Choice AtomDecider<R>::pick(std::vector<IEEEFloat> cons
   for (int n : sel_.def_conds)
     walk(n);
   if (best_ < 0) return {};
-  if (witness.size() == exact_.cur.size()) {
+  if (witness.size() == ctx_.p.vars.size()) {
+    if (!exact_) exact_.emplace(ctx_.p);
     for (std::size_t v = 0; v < witness.size(); ++v) {
       R const r = rank_of<R>(canonical(witness[v]));
-      exact_.cur[v] = {r, r};
+      exact_->cur[v] = {r, r};
     }
-    lbool const w = exact_.eval(sel_.decidable[best_].node);
+    lbool const w = exact_->eval(sel_.decidable[best_].node);
     if (w != l_Undef) phase_[best_] = w == l_True;
   }
   return Choice{sel_.decidable[best_].var, phase_[best_] != 0};

@@ -45,6 +45,7 @@
 #include "engine/trail_cache.h"
 
 #include <cstddef>
+#include <optional>
 #include <vector>
 
 namespace fpsolve {
@@ -77,7 +78,7 @@ template <class R>
 class AtomDecider {
 public:
   AtomDecider(SearchContext& ctx, TrailCache<R> const& tc, AtomSelectors const& sel)
-      : ctx_(ctx), tc_(tc), sel_(sel), seen_(ctx.p.nodes.size(), 0), exact_(ctx.p) {
+      : ctx_(ctx), tc_(tc), sel_(sel) {
     for (AtomSelectors::Decidable const& d : sel.decidable)
       phase_.push_back(d.positive);
   }
@@ -100,9 +101,11 @@ private:
   TrailCache<R> const& tc_;
   AtomSelectors const& sel_;
   std::vector<char> phase_;
+  // Both sized at their first use: most problems have no atom to decide,
+  // and on long ones each would take room per node or per variable.
   std::vector<unsigned> seen_; // seen_[n] == stamp_: visited by this pick
   std::vector<int> todo_;
-  Evaluator<R> exact_; // loaded with a witness: evaluates exactly
+  std::optional<Evaluator<R>> exact_; // loaded with a witness: evaluates exactly
   unsigned stamp_ = 0;
   int best_ = -1;
 };

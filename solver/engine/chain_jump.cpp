@@ -2,6 +2,7 @@
 #include "engine/chain_jump.h"
 
 #include <algorithm>
+#include <type_traits>
 #include <utility>
 
 namespace fpsolve {
@@ -61,6 +62,21 @@ void ChainJump<R>::components(std::size_t nv) {
 
 template <class R>
 bool ChainJump<R>::jump() {
+  bool const ok = jump_once();
+  auto release = [](auto& v) { std::remove_reference_t<decltype(v)>().swap(v); };
+  release(steps_);
+  release(first_);
+  release(by_from_);
+  release(comp_);
+  release(members_);
+  release(comp_first_);
+  release(lo_);
+  release(hi_);
+  return ok;
+}
+
+template <class R>
+bool ChainJump<R>::jump_once() {
   graph_.var_steps(&steps_);
   if (steps_.empty()) return true;
   std::size_t const nv = ctx_.p.vars.size();

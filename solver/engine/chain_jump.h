@@ -37,13 +37,17 @@ public:
   bool jump();
 
 private:
+  bool jump_once();
   void components(std::size_t nv);
 
   SearchContext& ctx_;
   TrailCache<R>& tc_;
   AtomPropagation<R>& atoms_;
   ComparisonGraph const& graph_;
-  // Scratch, kept between jumps to reuse its memory.
+  // Scratch of one jump, freed after it: a jump comes after at least as
+  // many single-value steps as the queue has entries, so allocating it
+  // again costs no more than the jump itself, and its room (a few words per
+  // variable) does not stay through the rest of the search.
   std::vector<ComparisonGraph::VarStep> steps_;
   std::vector<std::size_t> first_;  // steps of variable v: first_[v] .. first_[v + 1]
   std::vector<int> by_from_;        // step indices sorted by `from`

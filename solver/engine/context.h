@@ -4,16 +4,14 @@
 //
 // Invariants: `relevant[v]` holds exactly for the variables that occur under
 // an assertion, directly or through the Defs of relevant variables, and
-// `var_of_term` maps the term of every relevant variable (and only those) to
-// it.  `levels[i].trail_length` strictly increases with i and stays within
-// the trail, because every decision asserts at least one bound.
+// `var_of` maps the term of every relevant variable (and only those) to it.
+// `levels[i].trail_length` strictly increases with i and stays within the trail, because every
+// decision asserts at least one bound.
 #pragma once
 
 #include "engine/options.h"
 #include "engine/problem.h"
 #include "engine/stats.h"
-
-#include "support/hashtable.h"
 
 #include <chrono>
 #include <cstddef>
@@ -59,7 +57,13 @@ struct SearchContext {
   std::chrono::steady_clock::time_point const start = std::chrono::steady_clock::now();
   std::vector<int> roots; // the assertions' nodes, conjunctions split; entry r is roots[r]
   std::vector<char> relevant;
-  qorv::hsh::HashMap<qorv::Term const*, int> var_of_term;
+  // By term id (the term manager numbers its terms densely from 1): the
+  // relevant variable of each term, -1 for every other term.  A vector, not
+  // a hash map: on long problems a map's nodes cost ten times the room.
+  std::vector<int> var_of_id;
+  int var_of(qorv::Term const* t) const {
+    return t->id < var_of_id.size() ? var_of_id[t->id] : -1;
+  }
   std::vector<Level> levels; // the decisions, lowest first
   // The atom selectors (atom_decisions.h): variables from first_selector on,
   // whose link roots follow the assertions in `roots`.

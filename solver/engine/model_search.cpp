@@ -39,7 +39,7 @@ constexpr unsigned restart_kinds = 7;
 
 template <class R>
 ModelSearch<R>::ModelSearch(SearchContext& ctx, TrailCache<R> const& tc, Candidates<R>& candidates)
-    : ctx_(ctx), tc_(tc), candidates_(candidates), dist_(ctx.p, ctx.relevant) {}
+    : ctx_(ctx), tc_(tc), candidates_(candidates) {}
 
 template <class R>
 bool ModelSearch<R>::due() {
@@ -123,7 +123,7 @@ void ModelSearch<R>::find_links() {
       o = links_[l].second;
     }
   for (auto const& [view, o] : links_)
-    dist_.follow(view, o);
+    dist_->follow(view, o);
 }
 
 template <class R>
@@ -138,25 +138,25 @@ void ModelSearch<R>::collect_inputs() {
     // A Boolean is true on every non-NaN rank: one stands for all of them.
     if (ctx_.p.vars[v].is_bool && !(in.hi < in.lo)) in.hi = in.lo;
     put(in, candidates_.pick(v));
-    if ((in.lo == in.hi && !in.nan) || dist_.follows(v)) continue; // not searched
-    if (in.hi < in.lo) in.lo = in.hi = nan;                        // only NaN
+    if ((in.lo == in.hi && !in.nan) || dist_->follows(v)) continue; // not searched
+    if (in.hi < in.lo) in.lo = in.hi = nan;                         // only NaN
     inputs_.push_back(in);
   }
 }
 
 template <class R>
 void ModelSearch<R>::put(Input const& in, R const& r) {
-  dist_.set(in.var, value_of<R>(r, ctx_.p.vars[in.var].fmt));
+  dist_->set(in.var, value_of<R>(r, ctx_.p.vars[in.var].fmt));
 }
 
 template <class R>
 double ModelSearch<R>::evaluate() {
   ++evals_;
   ++ctx_.stats.model_search_evals;
-  std::uint64_t const before = dist_.computed();
-  dist_.complete();
-  work_ += 1 + (dist_.computed() - before);
-  return dist_.of_roots(ctx_.roots);
+  std::uint64_t const before = dist_->computed();
+  dist_->complete();
+  work_ += 1 + (dist_->computed() - before);
+  return dist_->of_roots(ctx_.roots);
 }
 
 template <class R>
@@ -197,7 +197,7 @@ void ModelSearch<R>::restart(unsigned kind) {
     else if (kind == 3)
       r = in.hi;
     else if (kind == 4)
-      r = ctx_.p.vars[in.var].is_bool && in.nan && rng_() % 2 ? dist_.format_of_var(in.var).nan
+      r = ctx_.p.vars[in.var].is_bool && in.nan && rng_() % 2 ? dist_->format_of_var(in.var).nan
                                                               : random_rank(in.lo, in.hi);
     else if (kind >= 5 && !ctx_.p.vars[in.var].is_bool && !ctx_.p.vars[in.var].is_rm)
       r = rank_of<R>(IEEEFloat::from_double(kind == 5 ? near_one(positive) : same, f));
@@ -213,7 +213,7 @@ bool ModelSearch<R>::descend(Input const& in) {
   bool moved = false;
   if (ctx_.p.vars[in.var].is_bool) {
     // False is the NaN rank, true the one rank in.lo stands for.
-    R const r = dist_.rank(in.var), nan = dist_.format_of_var(in.var).nan;
+    R const r = dist_->rank(in.var), nan = dist_->format_of_var(in.var).nan;
     if (!in.nan || in.lo == nan) return false; // only one value
     R const other = r == nan ? in.lo : nan;
     put(in, other);
@@ -230,7 +230,7 @@ bool ModelSearch<R>::descend(Input const& in) {
     R step = 1;
     bool grow = true;
     while (!spent() && cur_ > 0 && step > 0) {
-      R const r = dist_.rank(in.var);
+      R const r = dist_->rank(in.var);
       R cand = r;
       if (dir > 0)
         cand = r >= in.hi || within(r, in.hi, step) ? in.hi : R(r + step);
@@ -264,7 +264,7 @@ bool ModelSearch<R>::perturb() {
     R old[2];
     for (int k = 0; k < 2 && moved[k]; ++k) {
       Input const& in = *moved[k];
-      old[k] = dist_.rank(in.var);
+      old[k] = dist_->rank(in.var);
       IEEEFloat::format const f = ctx_.p.vars[in.var].fmt;
       unsigned const bits =
           static_cast<unsigned>(std::min<std::uint64_t>(f.eb + f.sb, max_jump_log));
@@ -272,7 +272,7 @@ bool ModelSearch<R>::perturb() {
       R const r = old[k];
       R cand = r;
       if (ctx_.p.vars[in.var].is_bool)
-        cand = r == in.lo && in.nan ? dist_.format_of_var(in.var).nan : in.lo;
+        cand = r == in.lo && in.nan ? dist_->format_of_var(in.var).nan : in.lo;
       else if (rng_() % 2)
         cand = r >= in.hi || within(r, in.hi, step) ? in.hi : R(r + step);
       else
@@ -314,6 +314,7 @@ bool ModelSearch<R>::search(std::vector<IEEEFloat> const* seed, std::vector<IEEE
   propagations_at_last_ = ctx_.stats.propagations;
   budget_ = (runs_ == 1 ? fixed : fixed / 8) + propagated / 2;
   work_at_start_ = work_;
+  if (!dist_) dist_.emplace(ctx_.p, ctx_.relevant);
   if (!linked_) find_links();
   collect_inputs();
   restart(restart_kind_++ % restart_kinds);
@@ -323,7 +324,7 @@ bool ModelSearch<R>::search(std::vector<IEEEFloat> const* seed, std::vector<IEEE
   while (!spent()) {
     if (cur_ == 0) {
       *out = candidates_.model();
-      std::vector<IEEEFloat> const& vals = dist_.values();
+      std::vector<IEEEFloat> const& vals = dist_->values();
       for (std::size_t v = 0; v < out->size(); ++v)
         if (ctx_.relevant[v]) (*out)[v] = vals[v];
       if (candidates_.verify(*out)) return true;

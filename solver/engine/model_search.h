@@ -21,6 +21,7 @@
 #include "engine/distance.h"
 
 #include <cstdint>
+#include <optional>
 #include <random>
 #include <vector>
 
@@ -66,7 +67,10 @@ private:
   SearchContext& ctx_;
   TrailCache<R> const& tc_;
   Candidates<R>& candidates_;
-  Distance<R> dist_;
+  // Built at the first run: the search often ends before one, and on long
+  // problems the distance's copy of every variable's value and rank is a
+  // large share of the memory.
+  std::optional<Distance<R>> dist_;
   std::mt19937_64 rng_{0x5eed'f00d};
   std::vector<Input> inputs_;
   std::vector<std::pair<int, int>> links_; // (view, operand) as given to Distance::follow

@@ -50,7 +50,7 @@ bool Prober<R>::probe(std::vector<IEEEFloat>* out) {
   PropagationQueue::Snapshot const at_base = queue_.save();
   bool alive = true;
   for (std::size_t i = 0; i < manager_.split && alive && !ctx_.out_of_resources(); ++i) {
-    int const v = ctx_.var_of_term[manager_.terms[i]];
+    int const v = ctx_.var_of(manager_.terms[i]);
     auto const c = tc_.ev.cur[v];
     if (c.lo == c.hi) continue;
     R const first = candidates_.pick(v);

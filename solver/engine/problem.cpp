@@ -22,7 +22,6 @@ Problem::Problem() {
 
 int Problem::add_var(std::string const& name, bool is_bool, IEEEFloat::format fmt) {
   Var v;
-  v.name = name;
   v.is_bool = is_bool;
   v.fmt = is_bool ? IEEEFloat::format{2, 2} : fmt;
   v.term = tm.mk_var(name, tm.fp_sort(v.fmt));
@@ -99,8 +98,8 @@ int Problem::add_rm_constant(IEEEFloat::rounding_mode rm) {
 
 int Problem::add_def(Def d, IEEEFloat::format fmt, std::uint32_t bv) {
   if (bv > 0) fmt = bv_format(bv);
-  DefKey key{d.op, d.rm, d.args, d.cond, fmt.eb, fmt.sb};
-  if (auto it = def_index_.find(key); it != def_index_.end()) return it->second;
+  DefKey const key{d.op, d.rm, &d.args, d.cond, fmt.eb, fmt.sb};
+  if (auto it = def_index_.find(key); it != def_index_.end()) return *it;
   int const v = add_var("@t" + std::to_string(defs.size()), false, fmt);
   vars[v].def = static_cast<int>(defs.size());
   vars[v].bv = bv;
@@ -111,7 +110,7 @@ int Problem::add_def(Def d, IEEEFloat::format fmt, std::uint32_t bv) {
   o.fmt = fmt;
   o.bv = bv;
   int const operand = add_operand(o);
-  def_index_.emplace(std::move(key), operand);
+  def_index_.insert(operand);
   return operand;
 }
 
@@ -226,7 +225,13 @@ int Problem::add_real_round(int rm, int real, IEEEFloat::format fmt) {
   return operand;
 }
 
-std::size_t Problem::DefKeyHash::operator()(DefKey const& k) const {
+Problem::DefKey Problem::key_of_result(int operand) const {
+  Var const& v = vars[operands[operand].var];
+  Def const& d = defs[v.def];
+  return DefKey{d.op, d.rm, &d.args, d.cond, v.fmt.eb, v.fmt.sb};
+}
+
+std::size_t Problem::DefIndexHash::operator()(DefKey const& k) const {
   // Boost's hash_combine step over every field.
   std::size_t h = 0;
   auto mix = [&h](std::uint64_t v) {
@@ -237,7 +242,7 @@ std::size_t Problem::DefKeyHash::operator()(DefKey const& k) const {
   mix(static_cast<std::uint64_t>(k.cond));
   mix(k.eb);
   mix(k.sb);
-  for (int a : k.args)
+  for (int a : *k.args)
     mix(static_cast<std::uint64_t>(a));
   return h;
 }

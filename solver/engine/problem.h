@@ -60,21 +60,25 @@
 #include <gmpxx.h>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 namespace fpsolve {
 
 using qorv::IEEEFloat;
 
+// The name is kept once, by the variable's term: on long problems a copy
+// per variable was a tenth of the memory.  Fields are ordered by size, so
+// that a Var takes 40 bytes.
 struct Var {
-  std::string name;
-  bool is_bool = false;
-  bool is_rm = false;          // a rounding-mode variable
   IEEEFloat::format fmt{2, 2}; // (2, 2) for Booleans and rounding modes
-  std::uint32_t bv = 0;        // a bit-vector's width (format (2, bv + 1)), else 0
   qorv::Term const* term = nullptr;
-  int def = -1;  // the Def whose result this is, or -1 for an input variable
-  int real = -1; // a declared real: its RealTerm (the variable itself is unused)
+  std::uint32_t bv = 0; // a bit-vector's width (format (2, bv + 1)), else 0
+  int def = -1;         // the Def whose result this is, or -1 for an input variable
+  int real = -1;        // a declared real: its RealTerm (the variable itself is unused)
+  bool is_bool = false;
+  bool is_rm = false; // a rounding-mode variable
+  std::string const& name() const { return term->name(); }
 };
 
 struct Operand {
@@ -226,6 +230,9 @@ struct RealRound {
 class Problem {
 public:
   Problem();
+  // The Def index refers back to the problem: it stays where it was built.
+  Problem(Problem const&) = delete;
+  Problem& operator=(Problem const&) = delete;
 
   // A new variable with its own term of the term manager; Booleans get the
   // format (2, 2) whatever `fmt` says.  Returns its index.
@@ -283,20 +290,38 @@ public:
 private:
   // What makes two Defs the same term: the operation, its operands and the
   // result format.  Hashed, so building a problem of n Defs takes time
-  // proportional to their size.
+  // proportional to their size.  The index holds the operand viewing each
+  // Def's result and reads the key off the Def itself, so it keeps no copy
+  // of the operands (one int per Def); a new Def is looked up by a key that
+  // points at its operands.
   struct DefKey {
     FpOp op;
     int rm;
-    std::vector<int> args;
+    std::vector<int> const* args;
     int cond;
     std::uint64_t eb, sb;
-    bool operator==(DefKey const&) const = default;
+    bool operator==(DefKey const& o) const {
+      return op == o.op && rm == o.rm && *args == *o.args && cond == o.cond && eb == o.eb &&
+             sb == o.sb;
+    }
   };
-  struct DefKeyHash {
+  DefKey key_of_result(int operand) const;
+  struct DefIndexHash {
+    using is_transparent = void;
+    Problem const* p;
     std::size_t operator()(DefKey const& k) const;
+    std::size_t operator()(int operand) const { return (*this)(p->key_of_result(operand)); }
+  };
+  struct DefIndexEq {
+    using is_transparent = void;
+    Problem const* p;
+    bool operator()(int a, int b) const { return a == b; }
+    bool operator()(DefKey const& k, int b) const { return k == p->key_of_result(b); }
+    bool operator()(int a, DefKey const& k) const { return p->key_of_result(a) == k; }
   };
   int true_ = -1, false_ = -1;
-  std::unordered_map<DefKey, int, DefKeyHash> def_index_;
+  std::unordered_set<int, DefIndexHash, DefIndexEq> def_index_{0, DefIndexHash{this},
+                                                               DefIndexEq{this}};
   std::unordered_map<std::string, int>
       constant_index_; // constants by their bits, so equal ones share
   int rm_constant_[5] = {-1, -1, -1, -1, -1};

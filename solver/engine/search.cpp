@@ -203,7 +203,7 @@ Result Search<R>::run() {
       // one value (with every interval a single value, evaluation is exact).
       qorv::invariant_violated("fpsolve search", "no decision while an assertion is undetermined");
     }
-    int const v = ctx_.var_of_term[e->term()];
+    int const v = ctx_.var_of(e->term());
     R const r = rank_of<R>(e->value);
     auto const& cur = tc_.ev.cur[v];
     ++stats.decisions;

@@ -98,6 +98,7 @@ void setup_search(SearchContext& ctx, PropagationQueue& queue, qorv::FpDecDepMan
   // the Boolean structure is settled before values; the Defs' variables form
   // the second segment, decided only when every input is a single value
   // (then only unspecified results are left to choose).
+  ctx.var_of_id.assign(p.tm.term_count() + 1, -1);
   for (int pass = 0; pass < 4; ++pass) {
     if (pass == 3) manager.split = manager.terms.size();
     for (std::size_t v = 0; v < nv; ++v) {
@@ -106,7 +107,7 @@ void setup_search(SearchContext& ctx, PropagationQueue& queue, qorv::FpDecDepMan
       if (ctx.relevant[v] && kind == pass) {
         // Selectors are decided on atoms only, never split by the heuristic.
         if (static_cast<int>(v) < ctx.first_selector) manager.terms.push_back(var.term);
-        ctx.var_of_term[var.term] = static_cast<int>(v);
+        ctx.var_of_id[var.term->id] = static_cast<int>(v);
       }
     }
   }

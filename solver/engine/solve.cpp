@@ -11,16 +11,6 @@ namespace fpsolve {
 
 namespace {
 
-// Ranks of a format of w bits lie within +-2^(w-1), so 128 bits suffice up to
-// w = 128 (Float128 included).
-bool fits_128(Problem const& p) {
-  for (Operand const& o : p.operands)
-    if (o.fmt.eb + o.fmt.sb > 128) return false;
-  for (Var const& v : p.vars)
-    if (v.fmt.eb + v.fmt.sb > 128) return false;
-  return true;
-}
-
 template <class R>
 void load_model(Evaluator<R>& ev, std::vector<IEEEFloat> const& model) {
   for (std::size_t v = 0; v < model.size(); ++v) {
@@ -34,7 +24,7 @@ void load_model(Evaluator<R>& ev, std::vector<IEEEFloat> const& model) {
 Result solve(Problem& p, Options const& options) {
   // Both rank types run the same search; GMP ranks on request let tests
   // compare the two paths on the same problems.
-  if (!options.big_ranks && fits_128(p)) return Search<i128>(p, options).run();
+  if (!options.big_ranks && ranks_fit_128(p)) return Search<i128>(p, options).run();
   return Search<mpz_class>(p, options).run();
 }
 

@@ -28,8 +28,15 @@ public:
   void note(int from, int to, bool strict) { edges_.push_back(Edge{from, to, strict}); }
   // Variables a and b have one value (an ite and its taken branch).
   void note_equal(int a, int b) { equal_.push_back({a, b}); }
+  // Called at the start of every round.  A round that noted many
+  // comparisons (the first, at the root, notes every one of a long chain)
+  // gives its room back: later rounds note few, and the search would
+  // otherwise carry the largest round's room to its end.
   void clear() {
-    edges_.clear();
+    if (edges_.capacity() > 4096)
+      std::vector<Edge>().swap(edges_);
+    else
+      edges_.clear();
     equal_.clear();
   }
   // Whether the comparisons noted lie on a cycle with a strict step.

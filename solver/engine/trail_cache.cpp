@@ -73,9 +73,9 @@ void TrailCache<R>::backtrack_to(std::size_t length) {
   // both ends of every variable undone are read back.
   undone_.clear();
   for (std::size_t i = length; i < trail.size(); ++i) {
-    auto const it = ctx_.var_of_term.find(trail.bounds[i]->term());
-    assert(it != ctx_.var_of_term.end() && "every bound on the trail is on a search variable");
-    undone_.push_back(it->second);
+    int const v = ctx_.var_of(trail.bounds[i]->term());
+    assert(v >= 0 && "every bound on the trail is on a search variable");
+    undone_.push_back(v);
   }
   trail.backtrack(length, &domain);
   for (int v : undone_) {

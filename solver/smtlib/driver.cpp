@@ -488,7 +488,7 @@ Result Session::solve_roots(std::vector<int> const& roots) {
     std::cerr << "fpsolve: internal error, please report: the search answered sat but " << why
               << "\n";
     for (int v : p_->declared)
-      std::cerr << "  " << p_->vars[v].name << " = " << r.model[v].to_str() << "\n";
+      std::cerr << "  " << p_->vars[v].name() << " = " << r.model[v].to_str() << "\n";
     throw ModelBug{};
   }
   p_->assertions = saved;
@@ -536,7 +536,7 @@ void Session::get_model(SExpr const& cmd) {
   }
   for (int v : p_->declared) {
     Var const& var = p_->vars[v];
-    o << "  (define-fun " << symbol_text(var.name) << " () ";
+    o << "  (define-fun " << symbol_text(var.name()) << " () ";
     if (var.real >= 0)
       o << "Real " << real_text(reals[static_cast<std::size_t>(var.real)]);
     else if (var.is_bool)

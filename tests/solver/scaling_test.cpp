@@ -1,7 +1,9 @@
 // Long but easy problems: propagation that reaches the fixpoint of a chain
 // in one jump instead of a value per visit, conjunctions that cost their
-// size, and a compacting trail that stores less without changing the
-// search.  A quadratic regression fails on the ctest timeout.
+// size, a compacting trail that stores less without changing the search,
+// and per-term records that stay small.  A quadratic regression fails on
+// the ctest timeout.
+#include "engine/problem.h"
 #include "smtlib/driver.h"
 
 #include <gtest/gtest.h>
@@ -10,6 +12,9 @@
 #include <cstdint>
 #include <sstream>
 #include <string>
+
+// A problem holds one Var per term; its name lives in the term only.
+static_assert(sizeof(fpsolve::Var) <= 40, "a variable's record grew");
 
 namespace {
 
@@ -131,6 +136,54 @@ TEST(FpsolveScaling, CompactTrailLeavesTheSearchUnchanged) {
     EXPECT_GT(stat(on, "backtracks") + stat(on, "decisions"), 0u) << p;
     EXPECT_EQ(run(p, true, true, true).answer, on.answer) << "ordered queue on " << p;
   }
+}
+
+// The Def index keeps only the operand of each Def and reads its key off
+// the Def: equal operations share one term, through rehashes and after the
+// Def table moved, and any difference in operation, rounding mode, operand
+// order or result format makes a term of its own.
+TEST(FpsolveScaling, DefIndexSharesExactlyTheEqualDefs) {
+  using fpsolve::Def;
+  using fpsolve::FpOp;
+  fpsolve::Problem p;
+  qorv::IEEEFloat::format const f32{8, 24}, f16{5, 11};
+  auto var = [&](std::string const& name, qorv::IEEEFloat::format f) {
+    fpsolve::Operand o;
+    o.var = p.add_var(name, false, f);
+    o.fmt = f;
+    return p.add_operand(o);
+  };
+  int const x = var("x", f32), y = var("y", f32);
+  int const rne = p.add_rm_constant(qorv::IEEEFloat::rm_nearest_even);
+  int const rtz = p.add_rm_constant(qorv::IEEEFloat::rm_toward_zero);
+  auto def = [&](FpOp op, int rm, std::vector<int> args, qorv::IEEEFloat::format to) {
+    Def d;
+    d.op = op;
+    d.rm = rm;
+    d.args = std::move(args);
+    return p.add_def(d, to);
+  };
+  int const sum = def(FpOp::add, rne, {x, y}, f32);
+  std::vector<int> distinct{sum,
+                            def(FpOp::add, rne, {y, x}, f32),
+                            def(FpOp::add, rtz, {x, y}, f32),
+                            def(FpOp::sub, rne, {x, y}, f32),
+                            def(FpOp::convert, rne, {x}, f16),
+                            def(FpOp::convert, rne, {x}, f32)};
+  // Many more Defs: the index rehashes and the Def table reallocates.
+  int prev = x, first_mul = -1;
+  for (int i = 0; i < 3000; ++i) {
+    prev = def(FpOp::mul, rne, {prev, y}, f32);
+    if (i == 0) first_mul = prev;
+  }
+  std::size_t const defs = p.defs.size();
+  EXPECT_EQ(def(FpOp::add, rne, {x, y}, f32), sum);
+  EXPECT_EQ(def(FpOp::convert, rne, {x}, f16), distinct[4]);
+  EXPECT_EQ(def(FpOp::mul, rne, {x, y}, f32), first_mul);
+  EXPECT_EQ(p.defs.size(), defs) << "a lookup added a Def";
+  for (std::size_t i = 0; i < distinct.size(); ++i)
+    for (std::size_t j = i + 1; j < distinct.size(); ++j)
+      EXPECT_NE(distinct[i], distinct[j]) << i << " and " << j;
 }
 
 } // namespace
