@@ -104,29 +104,32 @@ std::optional<RealRange> rounding_preimage(unsigned modes, IEEEFloat const& lo,
   return hull;
 }
 
+namespace {
+
+// The float nearest to `e` on the inside of a range whose lower end (when
+// `lower`) or upper end it is: rounding towards the inside gives the
+// extreme float whose value is within the end; on a zero that is the zero
+// farther out in the packed order (-0 below +0, both of value 0), and a
+// strict end that is itself a float steps to its neighbour inwards.  An
+// absent end gives the extreme finite float.
+IEEEFloat inner_float(RealEnd const& e, bool lower, IEEEFloat::format f) {
+  using RM = IEEEFloat::rounding_mode;
+  auto const inward = [lower](IEEEFloat const& x) {
+    return lower ? qorv::next_above(x) : qorv::next_below(x);
+  };
+  if (e.unbounded) return inward(IEEEFloat::inf(f, lower));
+  IEEEFloat x = round_real(lower ? RM::rm_toward_positive : RM::rm_toward_negative, e.value, f);
+  if (x.is_zero()) x = IEEEFloat::zero(f, lower);
+  if (e.strict && !x.is_inf() && exact_value(x) == e.value)
+    x = inward(x.is_zero() ? IEEEFloat::zero(f, !lower) : x);
+  return x;
+}
+
+} // namespace
+
 std::optional<std::pair<IEEEFloat, IEEEFloat>> floats_within(RealRange const& r,
                                                              IEEEFloat::format f) {
-  using RM = IEEEFloat::rounding_mode;
-  IEEEFloat lo = IEEEFloat::inf(f, true), hi = IEEEFloat::inf(f, false);
-  // Rounding towards +oo gives the least float whose value is at least the
-  // end; on a zero that is +0, below which -0 has the same value (and the
-  // other way round for the upper end).
-  if (r.lo.unbounded) {
-    lo = qorv::next_above(lo);
-  } else {
-    lo = round_real(RM::rm_toward_positive, r.lo.value, f);
-    if (lo.is_zero()) lo = IEEEFloat::zero(f, true);
-    if (r.lo.strict && !lo.is_inf() && exact_value(lo) == r.lo.value)
-      lo = lo.is_zero() ? qorv::next_above(IEEEFloat::zero(f, false)) : qorv::next_above(lo);
-  }
-  if (r.hi.unbounded) {
-    hi = qorv::next_below(hi);
-  } else {
-    hi = round_real(RM::rm_toward_negative, r.hi.value, f);
-    if (hi.is_zero()) hi = IEEEFloat::zero(f, false);
-    if (r.hi.strict && !hi.is_inf() && exact_value(hi) == r.hi.value)
-      hi = hi.is_zero() ? qorv::next_below(IEEEFloat::zero(f, true)) : qorv::next_below(hi);
-  }
+  IEEEFloat const lo = inner_float(r.lo, true, f), hi = inner_float(r.hi, false, f);
   if (lo.is_inf() || hi.is_inf() || rank_of<mpz_class>(lo) > rank_of<mpz_class>(hi))
     return std::nullopt;
   return std::make_pair(lo, hi);
