@@ -16,6 +16,9 @@
 #include <iostream>
 #include <memory>
 #include <optional>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 namespace fpsolve {
 
@@ -132,13 +135,40 @@ public:
   double& parse_time() { return totals_.parse_time; }
 
 private:
-  // An assertion keeps its text and its names, not its S-expression: a
-  // long script's parsed commands would otherwise stay alive (about 1 KB
-  // for a short comparison), all for get-assertions and get-assignment.
-  struct Asserted {
-    std::string text;               // as get-assertions writes it back
-    std::string name;               // of a named assertion, else empty
-    std::vector<std::string> named; // every (! ... :named n) inside, depth first
+  // The assertions keep their texts and their names, not their
+  // S-expressions: a long script's parsed commands would otherwise stay
+  // alive (about 1 KB for a short comparison), all for get-assertions,
+  // get-assignment and unsat cores.  The texts lie back to back in one
+  // string (a string each costs a header and a heap block per assertion,
+  // more than a short text itself), and the names in side tables, as named
+  // terms are rare.
+  class Asserted {
+  public:
+    std::size_t size() const noexcept { return ends_.size(); }
+    // Assertion i as get-assertions writes it back.
+    std::string_view text(std::size_t i) const {
+      std::size_t const from = i == 0 ? 0 : ends_[i - 1];
+      return std::string_view(texts_).substr(from, ends_[i] - from);
+    }
+    // (i, n): assertion i is named n, by increasing i.
+    std::vector<std::pair<std::size_t, std::string>> const& names() const { return names_; }
+    // (i, n): each (! ... :named n) inside assertion i, by increasing i and
+    // depth first within one assertion.
+    std::vector<std::pair<std::size_t, std::string>> const& inside() const { return inside_; }
+    void push_back(SExpr const& e);
+    // Keeps the first n assertions.
+    void resize(std::size_t n);
+    void clear() { resize(0); }
+    void shrink_to_fit() {
+      texts_.shrink_to_fit();
+      ends_.shrink_to_fit();
+    }
+
+  private:
+    std::string texts_;
+    std::vector<std::size_t> ends_; // assertion i's text ends at ends_[i]
+    std::vector<std::pair<std::size_t, std::string>> names_;
+    std::vector<std::pair<std::size_t, std::string>> inside_;
   };
   struct Assumption {
     SExpr term;
@@ -171,7 +201,7 @@ private:
   std::ostream* diagnostic_ = nullptr;
   std::unique_ptr<Problem> p_;
   std::unique_ptr<Elaborator> el_;
-  std::vector<Asserted> asserted_; // one per entry of p_->assertions
+  Asserted asserted_; // one per entry of p_->assertions
   std::size_t levels_ = 0;
   // What the last check-sat left; any change to the assertions forgets it.
   Last last_ = Last::none;
@@ -182,6 +212,34 @@ private:
   std::optional<std::string> core_; // computed once per unsat answer
   Stats totals_;
 };
+
+void Session::Asserted::push_back(SExpr const& e) {
+  std::size_t const i = size();
+  std::size_t const names = names_.size(), inside = inside_.size();
+  try {
+    if (std::string n = name_of(e); !n.empty()) names_.emplace_back(i, std::move(n));
+    for (std::string& n : names_inside(e))
+      inside_.emplace_back(i, std::move(n));
+    texts_ += e.to_text();
+    ends_.push_back(texts_.size());
+  } catch (...) { // all or nothing
+    texts_.resize(i == 0 ? 0 : ends_[i - 1]);
+    names_.resize(names);
+    inside_.resize(inside);
+    throw;
+  }
+}
+
+void Session::Asserted::resize(std::size_t n) {
+  if (n >= size()) return;
+  ends_.resize(n);
+  texts_.resize(n == 0 ? 0 : ends_.back());
+  auto const from = [n](auto const& v) {
+    return std::find_if(v.begin(), v.end(), [n](auto const& x) { return x.first >= n; });
+  };
+  names_.erase(from(names_), names_.end());
+  inside_.erase(from(inside_), inside_.end());
+}
 
 Session::Session(Reader& reader, std::ostream& out, DriverOptions const& start)
     : reader_(reader), stdout_(out), stderr_(start.diagnostic ? *start.diagnostic : std::cerr),
@@ -316,8 +374,8 @@ Reply Session::run(std::string const& name, SExpr const& cmd) {
     expect_arity(cmd, 1, "(get-assertions)");
     need_option(opt_.produce_assertions, cmd, ":produce-assertions");
     std::string answer = "(";
-    for (Asserted const& a : asserted_)
-      answer += (answer.size() > 1 ? "\n " : "") + a.text;
+    for (std::size_t i = 0; i < asserted_.size(); ++i)
+      answer.append(answer.size() > 1 ? "\n " : "").append(asserted_.text(i));
     *regular_ << answer << ")\n";
     return Reply::answered;
   }
@@ -387,7 +445,7 @@ void Session::change(std::string const& name, SExpr const& cmd) {
   } else if (name == "assert") {
     expect_arity(cmd, 2, "(assert term)");
     el_->assert_formula(it[1]);
-    asserted_.push_back({it[1].to_text(), name_of(it[1]), names_inside(it[1])});
+    asserted_.push_back(it[1]);
   } else if (name == "push") {
     std::size_t const n = levels_of(cmd);
     if (levels_ + n > kMaxLevels)
@@ -571,9 +629,8 @@ void Session::get_assignment(SExpr const& cmd) {
   need_option(opt_.produce_assignments, cmd, ":produce-assignments");
   need(Last::sat, cmd, "a check-sat answering sat");
   std::vector<std::string> names;
-  for (Asserted const& a : asserted_)
-    for (std::string const& n : a.named)
-      if (std::find(names.begin(), names.end(), n) == names.end()) names.push_back(n);
+  for (auto const& [i, n] : asserted_.inside())
+    if (std::find(names.begin(), names.end(), n) == names.end()) names.push_back(n);
   std::string answer = "(";
   for (std::string const& n : names) {
     Value v = el_->elaborate(SExpr{false, Token{Tok::symbol, n, {}}, {}, {}});
@@ -591,18 +648,19 @@ std::string Session::unsat_core(SExpr const& cmd) {
   need(Last::unsat, cmd, "a check-sat answering unsat");
   if (core_) return *core_;
   std::vector<int> fixed;
-  std::vector<std::size_t> core;
+  std::vector<std::size_t> core; // positions in asserted_.names()
+  auto named = asserted_.names().begin();
   for (std::size_t i = 0; i < asserted_.size(); ++i)
-    if (asserted_[i].name.empty())
-      fixed.push_back(p_->assertions[i]);
+    if (named != asserted_.names().end() && named->first == i)
+      core.push_back(static_cast<std::size_t>(named++ - asserted_.names().begin()));
     else
-      core.push_back(i);
+      fixed.push_back(p_->assertions[i]);
   for (Assumption const& a : assumptions_)
     fixed.push_back(a.node);
   for (std::size_t k = 0; k < core.size();) {
     std::vector<int> roots = fixed;
     for (std::size_t j = 0; j < core.size(); ++j)
-      if (j != k) roots.push_back(p_->assertions[core[j]]);
+      if (j != k) roots.push_back(p_->assertions[asserted_.names()[core[j]].first]);
     if (solve_roots(roots).answer == Answer::unsat)
       core.erase(core.begin() + static_cast<std::ptrdiff_t>(k));
     else
@@ -610,7 +668,7 @@ std::string Session::unsat_core(SExpr const& cmd) {
   }
   std::string answer = "(";
   for (std::size_t i : core)
-    answer += (answer.size() > 1 ? " " : "") + symbol_text(asserted_[i].name);
+    answer += (answer.size() > 1 ? " " : "") + symbol_text(asserted_.names()[i].second);
   core_ = answer + ")";
   return *core_;
 }

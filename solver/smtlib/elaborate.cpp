@@ -194,7 +194,7 @@ Elaborator::Sort Elaborator::parse_sort(SExpr const& e) const {
       s.fmt = {11, 53};
     else if (n == "Float128")
       s.fmt = {15, 113};
-    else if (Binding const* b = lookup(n); b && b->is_sort) {
+    else if (std::optional<Binding> b = lookup(n); b && b->is_sort) {
       if (b->uninterpreted)
         throw SmtError(e.pos, "unsupported uninterpreted sort '" + n + "' (outside QF_FP)");
       s = b->sort;
@@ -216,9 +216,43 @@ Elaborator::Sort Elaborator::parse_sort(SExpr const& e) const {
                         "FloatingPoint eb sb) or (_ BitVec n)");
 }
 
-Elaborator::Binding const* Elaborator::lookup(std::string const& name) const {
-  auto it = names_.find(name);
-  return it == names_.end() ? nullptr : &it->second;
+namespace {
+
+// The kinds of a packed binding (Elaborator::names_).
+enum class Packed : std::uint32_t { operand, rm_operand, node, real, rich };
+constexpr unsigned kKindShift = 29;
+constexpr std::uint32_t kIndexMask = (1u << kKindShift) - 1;
+
+std::uint32_t packed(Packed kind, int index) {
+  if (index < 0 || static_cast<std::uint32_t>(index) > kIndexMask)
+    throw std::length_error("more than 2^29 terms");
+  return static_cast<std::uint32_t>(kind) << kKindShift | static_cast<std::uint32_t>(index);
+}
+
+} // namespace
+
+std::optional<Elaborator::Binding> Elaborator::lookup(std::string const& name) const {
+  std::uint32_t bound;
+  if (!names_.find(name, &bound)) return std::nullopt;
+  auto const index = static_cast<int>(bound & kIndexMask);
+  Binding b;
+  switch (static_cast<Packed>(bound >> kKindShift)) {
+  case Packed::operand:
+    b.value = {false, index};
+    break;
+  case Packed::rm_operand:
+    b.value = {false, index, true};
+    break;
+  case Packed::node:
+    b.value = {true, index};
+    break;
+  case Packed::real:
+    b.value = {false, index, false, true};
+    break;
+  case Packed::rich:
+    return rich_[static_cast<std::size_t>(index)];
+  }
+  return b;
 }
 
 void Elaborator::push_local(std::string const& name, Value v) {
@@ -251,9 +285,26 @@ Value const* Elaborator::find_local(std::string const& name) const {
 }
 
 void Elaborator::bind(std::string const& name, Binding b, SExpr const& where) {
-  if (names_.count(name)) throw SmtError(where.pos, "name '" + name + "' is already declared");
-  names_.emplace(name, b);
-  if (!scopes_.empty()) scopes_.back().names.push_back(name);
+  std::uint32_t bound;
+  if (names_.find(name, &bound))
+    throw SmtError(where.pos, "name '" + name + "' is already declared");
+  if (!b.is_sort && !b.macro) {
+    Value const v = b.value;
+    Packed const kind = v.is_bool   ? Packed::node
+                        : v.is_real ? Packed::real
+                        : v.is_rm   ? Packed::rm_operand
+                                    : Packed::operand;
+    names_.insert(name, packed(kind, v.index));
+    return;
+  }
+  bound = packed(Packed::rich, static_cast<int>(rich_.size()));
+  rich_.push_back(std::move(b));
+  try {
+    names_.insert(name, bound);
+  } catch (...) {
+    rich_.pop_back();
+    throw;
+  }
 }
 
 void Elaborator::declare(std::string const& name, SExpr const& sort_e, SExpr const& where) {
@@ -382,8 +433,10 @@ void Elaborator::assert_formula(SExpr const& e) {
 }
 
 void Elaborator::push(std::size_t n) {
-  for (std::size_t i = 0; i < n; ++i)
-    scopes_.push_back(Scope{p_.assertions.size(), p_.declared.size(), {}});
+  for (std::size_t i = 0; i < n; ++i) {
+    scopes_.push_back(Scope{p_.assertions.size(), p_.declared.size(), rich_.size()});
+    names_.push_mark();
+  }
 }
 
 void Elaborator::pop(std::size_t n, SExpr const& where) {
@@ -394,8 +447,8 @@ void Elaborator::pop(std::size_t n, SExpr const& where) {
     Scope& s = scopes_.back();
     p_.assertions.resize(s.assertions);
     p_.declared.resize(s.declared);
-    for (auto const& name : s.names)
-      names_.erase(name);
+    names_.pop_mark();
+    rich_.resize(s.rich);
     scopes_.pop_back();
   }
 }
@@ -451,7 +504,7 @@ Value Elaborator::elaborate_atom(SExpr const& e) {
     if (Value const* local = find_local(n)) return *local;
     IEEEFloat::rounding_mode rm;
     if (rounding_mode_of(e, &rm)) return {false, p_.add_rm_constant(rm), true};
-    Binding const* b = lookup(n);
+    std::optional<Binding> b = lookup(n);
     if (!b && negative_literal(n)) { // z3's -42.0 for (- 42.0), when no name is bound to it
       Value r;
       r.is_bool = false;
@@ -655,8 +708,9 @@ Value Elaborator::elaborate_list(SExpr const& e) {
   if (op == "let") return let(e);
   if (op == "forall" || op == "exists")
     throw SmtError(h.pos, "unsupported quantifier '" + op + "'; QF_FP has no quantifiers");
-  if (Binding const* b = lookup(op); b && b->macro) return apply_macro(*b->macro, e);
-  if (Binding const* b = lookup(op); b && !b->is_sort)
+  std::optional<Binding> const b = lookup(op);
+  if (b && b->macro) return apply_macro(*b->macro, e);
+  if (b && !b->is_sort)
     throw SmtError(h.pos, "'" + op + "' is a constant, not a function; expected an operator");
   throw SmtError(h.pos, "unsupported operator '" + op +
                             "'; expected a Boolean connective, a floating-point operation, "
@@ -840,7 +894,7 @@ Elaborator::Frame Elaborator::frame_of(SExpr const& e) const {
     return args(0, e.items[1].items.size());
   }
   if (op == "fp" || op == "_" || op == "forall" || op == "exists") return f;
-  if (Binding const* b = lookup(op); b && b->macro && b->macro->params.size() == argc) {
+  if (std::optional<Binding> b = lookup(op); b && b->macro && b->macro->params.size() == argc) {
     f.kind = Frame::macro_term;
     f.m = b->macro;
     return args(1, argc + 1);

@@ -18,12 +18,14 @@
 // declarations and assertions.
 #pragma once
 
+#include "smtlib/names.h"
 #include "smtlib/reader.h"
 
 #include "engine/problem.h"
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -112,12 +114,12 @@ private:
   struct Scope {
     std::size_t assertions;
     std::size_t declared;
-    std::vector<std::string> names;
+    std::size_t rich; // rich_.size() when the level opened
   };
 
   Sort parse_sort(SExpr const& e) const;
   void bind(std::string const& name, Binding b, SExpr const& where);
-  Binding const* lookup(std::string const& name) const;
+  std::optional<Binding> lookup(std::string const& name) const;
   int bool_of(SExpr const& e);
   int fp_of(SExpr const& e);
   int fp_literal(SExpr const& e);
@@ -199,7 +201,13 @@ private:
   Value const* find_local(std::string const& name) const;
 
   Problem& p_;
-  std::unordered_map<std::string, Binding> names_;
+  // The global scope.  A name bound to a value (declared constants,
+  // define-const, named terms) holds the value packed in its 32 bits: its
+  // kind in the top three, its index below.  The rare rest (sorts,
+  // definitions with parameters) lie in rich_, in binding order, the name
+  // holding the position.
+  NameTable names_;
+  std::vector<Binding> rich_;
   std::vector<Scope> scopes_;
   std::vector<Local> locals_; // let and parameters, innermost last
   std::unordered_map<std::string, int> innermost_;
