@@ -36,8 +36,9 @@ enum class OptionKind : std::uint8_t { flag, count, seconds, text };
     "allow get-model and get-value (on by default, as in z3)")                                     \
   X(flag, produce_unsat_cores, "produce-unsat-cores", false, "allow get-unsat-core")               \
   X(flag, produce_assignments, "produce-assignments", false, "allow get-assignment")               \
-  X(flag, produce_assertions, "produce-assertions", true,                                          \
-    "allow get-assertions (on by default, as in z3 and cvc5)")                                     \
+  X(flag, produce_assertions, "produce-assertions", false,                                         \
+    "allow get-assertions (off by default, as the standard says; on, every assertion's text is "   \
+    "kept)")                                                                                       \
   X(flag, produce_unsat_assumptions, "produce-unsat-assumptions", false,                           \
     "allow get-unsat-assumptions")                                                                 \
   X(count, random_seed, "random-seed", 0,                                                          \

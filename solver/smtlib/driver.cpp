@@ -138,10 +138,11 @@ private:
   // The assertions keep their texts and their names, not their
   // S-expressions: a long script's parsed commands would otherwise stay
   // alive (about 1 KB for a short comparison), all for get-assertions,
-  // get-assignment and unsat cores.  The texts lie back to back in one
-  // string (a string each costs a header and a heap block per assertion,
-  // more than a short text itself), and the names in side tables, as named
-  // terms are rare.
+  // get-assignment and unsat cores.  The texts are kept only under
+  // :produce-assertions (off by default, as the standard says), back to
+  // back in one string (a string each costs a header and a heap block per
+  // assertion, more than a short text itself); the names lie in side
+  // tables, as named terms are rare.
   class Asserted {
   public:
     std::size_t size() const noexcept { return ends_.size(); }
@@ -155,7 +156,8 @@ private:
     // (i, n): each (! ... :named n) inside assertion i, by increasing i and
     // depth first within one assertion.
     std::vector<std::pair<std::size_t, std::string>> const& inside() const { return inside_; }
-    void push_back(SExpr const& e);
+    // Records e, with its text when `text` is set (else an empty one).
+    void push_back(SExpr const& e, bool text);
     // Keeps the first n assertions.
     void resize(std::size_t n);
     void clear() { resize(0); }
@@ -213,14 +215,14 @@ private:
   Stats totals_;
 };
 
-void Session::Asserted::push_back(SExpr const& e) {
+void Session::Asserted::push_back(SExpr const& e, bool text) {
   std::size_t const i = size();
   std::size_t const names = names_.size(), inside = inside_.size();
   try {
     if (std::string n = name_of(e); !n.empty()) names_.emplace_back(i, std::move(n));
     for (std::string& n : names_inside(e))
       inside_.emplace_back(i, std::move(n));
-    texts_ += e.to_text();
+    if (text) texts_ += e.to_text();
     ends_.push_back(texts_.size());
   } catch (...) { // all or nothing
     texts_.resize(i == 0 ? 0 : ends_[i - 1]);
@@ -445,7 +447,7 @@ void Session::change(std::string const& name, SExpr const& cmd) {
   } else if (name == "assert") {
     expect_arity(cmd, 2, "(assert term)");
     el_->assert_formula(it[1]);
-    asserted_.push_back(it[1]);
+    asserted_.push_back(it[1], opt_.produce_assertions);
   } else if (name == "push") {
     std::size_t const n = levels_of(cmd);
     if (levels_ + n > kMaxLevels)
@@ -486,6 +488,12 @@ Reply Session::set_option(SExpr const& cmd) {
   Options next = opt_;
   std::string why;
   if (!fpsolve::set_option(next, *info, v.atom.text, &why)) throw SmtError(v.pos, why);
+  // The texts of earlier assertions were not kept (the standard lets this
+  // option be set only before the first assertion).
+  if (next.produce_assertions && !opt_.produce_assertions && asserted_.size() > 0)
+    throw SmtError(cmd.items[1].pos, "option ':produce-assertions' can be turned on only while "
+                                     "there are no assertions; expected it before the first "
+                                     "assert");
   // A channel that cannot be opened leaves the option as it was.
   if (info->name == "regular-output-channel")
     regular_ = channel(next.regular_output_channel, regular_file_, v.pos);

@@ -75,7 +75,9 @@ def session(exe):
     c = Client(exe)
     c.check("(set-option :print-success true)", "success")
     c.check("(get-option :print-success)", "true")
-    for o in ("produce-unsat-cores", "produce-assignments", "produce-unsat-assumptions"):
+    c.check("(get-option :produce-assertions)", "false")
+    for o in ("produce-unsat-cores", "produce-assignments", "produce-unsat-assumptions",
+              "produce-assertions"):
         c.check("(set-option :%s true)" % o, "success")
     c.check("(set-option :random-seed 7)", "success")
     c.check("(get-option :random-seed)", "7")
@@ -137,6 +139,15 @@ def session(exe):
     # reset-assertions drops declarations too; options stay.
     c.check("(reset-assertions)", "success")
     c.error("(assert (fp.isNaN x))", "undeclared name 'x'")
+    # Assertions made without :produce-assertions keep no text to give back.
+    c.check("(set-option :produce-assertions false)", "success")
+    c.check("(declare-const w Float16)", "success")
+    c.check("(assert (fp.isNaN w))", "success")
+    c.error("(get-assertions)", "get-assertions is not enabled")
+    c.error("(set-option :produce-assertions true)",
+            "option ':produce-assertions' can be turned on only while there are no assertions")
+    c.check("(reset-assertions)", "success")
+    c.check("(set-option :produce-assertions true)", "success")
     c.check("(set-option :max-decisions 1)", "success")
     for command in ("(define-sort F () (_ FloatingPoint 3 4))", "(declare-const x F)",
                     "(declare-const y F)", "(declare-const z F)",
