@@ -12,6 +12,7 @@
 #include "host/fp_arith.h"
 
 #include <algorithm>
+#include <cassert>
 #include <fstream>
 #include <iostream>
 #include <memory>
@@ -145,8 +146,10 @@ private:
   // tables, as named terms are rare.
   class Asserted {
   public:
-    std::size_t size() const noexcept { return ends_.size(); }
-    // Assertion i as get-assertions writes it back.
+    std::size_t size() const noexcept { return size_; }
+    // Assertion i as get-assertions writes it back; only the first
+    // texts() assertions have one.
+    std::size_t texts() const noexcept { return ends_.size(); }
     std::string_view text(std::size_t i) const {
       std::size_t const from = i == 0 ? 0 : ends_[i - 1];
       return std::string_view(texts_).substr(from, ends_[i] - from);
@@ -156,7 +159,8 @@ private:
     // (i, n): each (! ... :named n) inside assertion i, by increasing i and
     // depth first within one assertion.
     std::vector<std::pair<std::size_t, std::string>> const& inside() const { return inside_; }
-    // Records e, with its text when `text` is set (else an empty one).
+    // Records e, with its text when `text` is set and every earlier
+    // assertion has one.
     void push_back(SExpr const& e, bool text);
     // Keeps the first n assertions.
     void resize(std::size_t n);
@@ -167,6 +171,7 @@ private:
     }
 
   private:
+    std::size_t size_ = 0;
     std::string texts_;
     std::vector<std::size_t> ends_; // assertion i's text ends at ends_[i]
     std::vector<std::pair<std::size_t, std::string>> names_;
@@ -222,20 +227,24 @@ void Session::Asserted::push_back(SExpr const& e, bool text) {
     if (std::string n = name_of(e); !n.empty()) names_.emplace_back(i, std::move(n));
     for (std::string& n : names_inside(e))
       inside_.emplace_back(i, std::move(n));
-    if (text) texts_ += e.to_text();
-    ends_.push_back(texts_.size());
+    if (text && texts() == i) {
+      texts_ += e.to_text();
+      ends_.push_back(texts_.size());
+    }
   } catch (...) { // all or nothing
-    texts_.resize(i == 0 ? 0 : ends_[i - 1]);
+    texts_.resize(texts() == 0 ? 0 : ends_.back());
     names_.resize(names);
     inside_.resize(inside);
     throw;
   }
+  ++size_;
 }
 
 void Session::Asserted::resize(std::size_t n) {
   if (n >= size()) return;
-  ends_.resize(n);
-  texts_.resize(n == 0 ? 0 : ends_.back());
+  size_ = n;
+  if (n < texts()) ends_.resize(n);
+  texts_.resize(texts() == 0 ? 0 : ends_.back());
   auto const from = [n](auto const& v) {
     return std::find_if(v.begin(), v.end(), [n](auto const& x) { return x.first >= n; });
   };
@@ -376,6 +385,9 @@ Reply Session::run(std::string const& name, SExpr const& cmd) {
     expect_arity(cmd, 1, "(get-assertions)");
     need_option(opt_.produce_assertions, cmd, ":produce-assertions");
     std::string answer = "(";
+    // Turning the option on needs an empty assertion stack, so every
+    // assertion since has its text.
+    assert(asserted_.texts() == asserted_.size() && "texts kept since the option was turned on");
     for (std::size_t i = 0; i < asserted_.size(); ++i)
       answer.append(answer.size() > 1 ? "\n " : "").append(asserted_.text(i));
     *regular_ << answer << ")\n";
