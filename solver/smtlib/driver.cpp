@@ -187,7 +187,10 @@ private:
   Reply get_info(SExpr const& cmd);
   void change(std::string const& name, SExpr const& cmd);
   void check_sat(std::vector<Assumption> assumptions);
-  Result solve_roots(std::vector<int> const& roots);
+  // Solves with `roots` standing for the assertions (nullptr: the
+  // assertions themselves).  They are swapped in for the run and back after
+  // it, not copied: a copy would stay alive through the whole search.
+  Result solve_roots(std::vector<int>* roots);
   void get_model(SExpr const& cmd);
   void get_value(SExpr const& cmd);
   void get_assignment(SExpr const& cmd);
@@ -545,18 +548,18 @@ Reply Session::get_info(SExpr const& cmd) {
 // Solves with `roots` as the assertions, then puts the assertions back.
 // Every sat is checked: the model, with every term computed exactly by the
 // host's arithmetic, must make every root true.
-Result Session::solve_roots(std::vector<int> const& roots) {
-  std::vector<int> const saved = p_->assertions;
-  p_->assertions = roots;
+Result Session::solve_roots(std::vector<int>* roots) {
+  struct SwapBack {
+    std::vector<int>& assertions;
+    std::vector<int>* roots;
+    ~SwapBack() {
+      if (roots) assertions.swap(*roots);
+    }
+  } swap_back{p_->assertions, roots};
+  if (roots) p_->assertions.swap(*roots);
   Options o = opt_;
   if (!o.trace_out) o.trace_out = diagnostic_;
-  Result r;
-  try {
-    r = solve(*p_, o);
-  } catch (...) {
-    p_->assertions = saved;
-    throw;
-  }
+  Result r = solve(*p_, o);
   totals_ += r.stats;
   std::string why;
   bool const verified = r.answer != Answer::sat ? true
@@ -569,7 +572,6 @@ Result Session::solve_roots(std::vector<int> const& roots) {
       std::cerr << "  " << p_->vars[v].name() << " = " << r.model[v].to_str() << "\n";
     throw ModelBug{};
   }
-  p_->assertions = saved;
   return r;
 }
 
@@ -581,11 +583,16 @@ void Session::check_sat(std::vector<Assumption> assumptions) {
   p_->operands.shrink_to_fit();
   p_->nodes.shrink_to_fit();
   p_->defs.shrink_to_fit();
+  p_->assertions.shrink_to_fit();
+  p_->declared.shrink_to_fit();
   asserted_.shrink_to_fit();
-  std::vector<int> roots = p_->assertions;
-  for (Assumption const& a : assumptions)
-    roots.push_back(a.node);
-  Result r = solve_roots(roots);
+  std::vector<int> roots;
+  if (!assumptions.empty()) {
+    roots = p_->assertions;
+    for (Assumption const& a : assumptions)
+      roots.push_back(a.node);
+  }
+  Result r = solve_roots(assumptions.empty() ? nullptr : &roots);
   if (opt_.stats) print_stats(*diagnostic_, r.stats);
   last_ = r.answer == Answer::sat     ? Last::sat
           : r.answer == Answer::unsat ? Last::unsat
@@ -681,7 +688,7 @@ std::string Session::unsat_core(SExpr const& cmd) {
     std::vector<int> roots = fixed;
     for (std::size_t j = 0; j < core.size(); ++j)
       if (j != k) roots.push_back(p_->assertions[asserted_.names()[core[j]].first]);
-    if (solve_roots(roots).answer == Answer::unsat)
+    if (solve_roots(&roots).answer == Answer::unsat)
       core.erase(core.begin() + static_cast<std::ptrdiff_t>(k));
     else
       ++k;
@@ -703,7 +710,7 @@ std::string Session::unsat_assumptions(SExpr const& cmd) {
     std::vector<int> roots = p_->assertions;
     for (std::size_t j = 0; j < kept.size(); ++j)
       if (j != k) roots.push_back(assumptions_[kept[j]].node);
-    if (solve_roots(roots).answer == Answer::unsat)
+    if (solve_roots(&roots).answer == Answer::unsat)
       kept.erase(kept.begin() + static_cast<std::ptrdiff_t>(k));
     else
       ++k;
