@@ -4,11 +4,26 @@
 #include "smtlib/names.h"
 
 #include <cassert>
+#include <cstring>
 #include <functional>
 #include <stdexcept>
 #include <utility>
 
 namespace fpsolve {
+
+namespace {
+constexpr unsigned char kLongName = 255; // a length of four bytes follows
+} // namespace
+
+std::string_view NameTable::name_at(std::uint32_t offset) const {
+  char const* at = chars_.data() + offset;
+  std::uint32_t length = static_cast<unsigned char>(*at++);
+  if (length == kLongName) {
+    std::memcpy(&length, at, sizeof length);
+    at += sizeof length;
+  }
+  return {at, length};
+}
 
 std::size_t NameTable::home(std::string_view name) const {
   return std::hash<std::string_view>{}(name) & (slots_.size() - 1);
@@ -17,7 +32,7 @@ std::size_t NameTable::home(std::string_view name) const {
 std::size_t NameTable::probe(std::string_view name) const {
   std::size_t const mask = slots_.size() - 1;
   std::size_t i = home(name);
-  while (slots_[i].offset != kEmpty && name_of(slots_[i]) != name)
+  while (slots_[i].offset != kEmpty && name_at(slots_[i].offset) != name)
     i = (i + 1) & mask;
   return i;
 }
@@ -31,20 +46,27 @@ bool NameTable::find(std::string_view name, std::uint32_t* value) const {
 }
 
 void NameTable::insert(std::string_view name, std::uint32_t value) {
-  if (chars_.size() + name.size() >= kEmpty) throw std::length_error("more than 4 GB of names");
+  if (chars_.size() + name.size() + 5 >= kEmpty) throw std::length_error("more than 4 GB of names");
   if ((size_ + 1) * 5 > slots_.size() * 4) grow();
   std::size_t const i = probe(name);
   assert(slots_[i].offset == kEmpty && "a name is bound once");
   auto const offset = static_cast<std::uint32_t>(chars_.size());
-  bool const logged = !marks_.empty();
-  if (logged) log_.push_back(offset);
   try {
+    if (name.size() < kLongName) {
+      chars_ += static_cast<char>(name.size());
+    } else {
+      auto const length = static_cast<std::uint32_t>(name.size());
+      char bytes[sizeof length];
+      std::memcpy(bytes, &length, sizeof length);
+      chars_ += static_cast<char>(kLongName);
+      chars_.append(bytes, sizeof length);
+    }
     chars_.append(name);
   } catch (...) {
-    if (logged) log_.pop_back();
+    chars_.resize(offset);
     throw;
   }
-  slots_[i] = {offset, static_cast<std::uint32_t>(name.size()), value};
+  slots_[i] = {offset, value};
   ++size_;
 }
 
@@ -54,7 +76,7 @@ void NameTable::grow() {
   std::size_t const mask = slots_.size() - 1;
   for (Slot const& s : old) {
     if (s.offset == kEmpty) continue;
-    std::size_t i = home(name_of(s));
+    std::size_t i = home(name_at(s.offset));
     while (slots_[i].offset != kEmpty)
       i = (i + 1) & mask;
     slots_[i] = s;
@@ -67,7 +89,7 @@ void NameTable::grow() {
 void NameTable::erase(std::size_t hole) {
   std::size_t const mask = slots_.size() - 1;
   for (std::size_t j = (hole + 1) & mask; slots_[j].offset != kEmpty; j = (j + 1) & mask) {
-    std::size_t const k = home(name_of(slots_[j]));
+    std::size_t const k = home(name_at(slots_[j].offset));
     bool const stays = hole <= j ? hole < k && k <= j : hole < k || k <= j;
     if (stays) continue;
     slots_[hole] = slots_[j];
@@ -79,17 +101,13 @@ void NameTable::erase(std::size_t hole) {
 
 void NameTable::pop_mark() {
   assert(!marks_.empty() && "pop_mark matches a push_mark");
-  Mark const m = marks_.back();
-  // Newest first: each name ends where the next one starts.
-  std::size_t end = chars_.size();
-  for (std::size_t k = log_.size(); k > m.log; --k) {
-    std::uint32_t const offset = log_[k - 1];
-    std::string_view const name(chars_.data() + offset, end - offset);
+  std::size_t const mark = marks_.back();
+  for (std::size_t at = mark; at < chars_.size();) {
+    std::string_view const name = name_at(static_cast<std::uint32_t>(at));
     erase(probe(name));
-    end = offset;
+    at = static_cast<std::size_t>(name.data() + name.size() - chars_.data());
   }
-  chars_.resize(m.chars);
-  log_.resize(m.log);
+  chars_.resize(mark);
   marks_.pop_back();
 }
 

@@ -1,6 +1,7 @@
 // The elaborator's name table against a map rebuilt at every level: random
 // bindings over a small alphabet (so that probe runs collide, wrap around
-// the array and cross growth) with nested marks, checked after every pop.
+// the array and cross growth), a few long names, and nested marks, checked
+// after every pop.
 #include "smtlib/names.h"
 
 #include <gtest/gtest.h>
@@ -46,6 +47,7 @@ TEST(NameTable, MarksRestoreExactlyTheNamesBoundBefore) {
       std::string n(g() % 4, 'a'); // the empty name is a name too
       for (char& c : n)
         c = static_cast<char>('a' + g() % 12);
+      if (g() % 64 == 0) n += std::string(300, 'z'); // a length of four bytes
       tried.insert(n);
       if (levels.back().count(n)) continue;
       auto const v = static_cast<std::uint32_t>(step);
