@@ -4,10 +4,59 @@
 #include "host/terms.h"
 
 #include <gmpxx.h>
+
+#include <algorithm>
+#include <cstring>
 #include <stdexcept>
 #include <utility>
 
 namespace qorv {
+
+namespace {
+constexpr unsigned char kLongName = 255; // a length of four bytes follows
+constexpr std::size_t kNameBlock = 16384;
+} // namespace
+
+std::string const& Symbol::get_name() const {
+  if (!name_) {
+    char const* at = stored_;
+    std::uint32_t length = static_cast<unsigned char>(*at++);
+    if (length == kLongName) {
+      std::memcpy(&length, at, sizeof length);
+      at += sizeof length;
+    }
+    name_ = std::make_unique<std::string>(at, length);
+  }
+  return *name_;
+}
+
+char const* TermManager::store_name(std::string_view name) {
+  if (name.size() > UINT32_MAX) throw std::length_error("a name of more than 4 GB");
+  bool const long_name = name.size() >= kLongName;
+  std::size_t const need = 1 + (long_name ? sizeof(std::uint32_t) : 0) + name.size();
+  if (need > block_left_) {
+    std::size_t const size = std::max(need, kNameBlock);
+    auto block = std::make_unique<char[]>(size);
+    char* const start = block.get();
+    name_blocks_.push_back(std::move(block)); // on failure the block is freed
+    block_free_ = start;
+    block_left_ = size;
+  }
+  char* const at = block_free_;
+  char* p = at;
+  if (long_name) {
+    auto const length = static_cast<std::uint32_t>(name.size());
+    *p++ = static_cast<char>(kLongName);
+    std::memcpy(p, &length, sizeof length);
+    p += sizeof length;
+  } else {
+    *p++ = static_cast<char>(name.size());
+  }
+  std::memcpy(p, name.data(), name.size());
+  block_free_ += need;
+  block_left_ -= need;
+  return at;
+}
 
 DataType const* TermManager::fp_sort(std::uint64_t eb, std::uint64_t sb) {
   IEEEFloat::check_format({eb, sb});
@@ -16,8 +65,8 @@ DataType const* TermManager::fp_sort(std::uint64_t eb, std::uint64_t sb) {
   return &fp_sorts_.emplace_back(DataType{DataType::Kind::floating_point, eb, sb});
 }
 
-Term const* TermManager::add_term(std::string name, DataType const* sort) {
-  symbols_.emplace_back(std::move(name), sort);
+Term const* TermManager::add_term(std::string_view name, DataType const* sort) {
+  symbols_.emplace_back(store_name(name), sort);
   try {
     return &terms_.emplace_back(Term{terms_.size() + 1, &symbols_.back()});
   } catch (...) {
@@ -28,7 +77,7 @@ Term const* TermManager::add_term(std::string name, DataType const* sort) {
 
 Term const* TermManager::mk_var(std::string name, DataType const* sort) {
   if (!sort) throw std::invalid_argument("mk_var: null sort for variable '" + name + "'");
-  return add_term(std::move(name), sort);
+  return add_term(name, sort);
 }
 
 Term const* TermManager::mk_const(DataType const* sort, QNumber const& bits) {

@@ -2,7 +2,11 @@
 //
 // The term manager owns every sort, symbol and term it makes, at stable
 // addresses (deques never move their elements), for its whole life; pointers
-// it hands out stay valid until it is destroyed.  A term begins with its
+// it hands out stay valid until it is destroyed.  Symbols' names lie in the
+// manager's name store (blocks that never move), each after its length; the
+// std::string a symbol hands out is built on the first request and kept, as
+// names are read to print models and messages, never by the search, and a
+// string per symbol would be most of a term's cost in a long script.  A term begins with its
 // identifier, unique within its manager, which is also the hash of a
 // `Term const*` in every table.  Floating-point sorts are interned: one sort
 // object per (eb, sb).  A constant term's head symbol is filed in the
@@ -15,8 +19,11 @@
 
 #include <cstdint>
 #include <deque>
+#include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
+#include <vector>
 
 namespace qorv {
 
@@ -29,20 +36,23 @@ struct DataType {
 
 class Symbol {
 public:
-  Symbol(std::string name, DataType const* output_type)
-      : name_(std::move(name)), output_type_(output_type) {}
+  // `stored` is the name as TermManager::store_name keeps it.
+  Symbol(char const* stored, DataType const* output_type)
+      : stored_(stored), output_type_(output_type) {}
   DataType const* get_output_type() const noexcept { return output_type_; }
-  std::string const& get_name() const noexcept { return name_; }
+  // Throws std::bad_alloc when the string cannot be built.
+  std::string const& get_name() const;
 
 private:
-  std::string name_;
+  char const* stored_;
   DataType const* output_type_;
+  mutable std::unique_ptr<std::string> name_; // built by the first get_name
 };
 
 struct Term {
   std::uint64_t id;     // unique within the term manager; the term's hash
   Symbol const* symbol; // head symbol
-  std::string const& name() const noexcept { return symbol->get_name(); }
+  std::string const& name() const { return symbol->get_name(); }
 };
 
 namespace hsh {
@@ -88,7 +98,10 @@ public:
   std::uint64_t term_count() const noexcept { return terms_.size(); }
 
 private:
-  Term const* add_term(std::string name, DataType const* sort);
+  Term const* add_term(std::string_view name, DataType const* sort);
+  // A copy of name in the store: its length (one byte below 255, else 255
+  // and four bytes), then its characters.
+  char const* store_name(std::string_view name);
 
   DataType bool_sort_{DataType::Kind::boolean};
   DataType rm_sort_{DataType::Kind::rounding_mode};
@@ -96,6 +109,9 @@ private:
   std::deque<Symbol> symbols_;
   std::deque<Term> terms_;
   hsh::HashMap<Symbol const*, QNumber> const_bits_;
+  std::vector<std::unique_ptr<char[]>> name_blocks_;
+  char* block_free_ = nullptr; // the first free byte of the newest block
+  std::size_t block_left_ = 0; // free bytes from there
 };
 
 } // namespace qorv

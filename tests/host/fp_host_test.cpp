@@ -11,6 +11,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace qorv {
@@ -153,6 +154,24 @@ TEST(FpHost, TermManagerFilesConstantsOnly) {
   EXPECT_EQ(tm.constant_bits().find(wide->symbol)->second.to_string(),
             "170141183460469231731687303715884105728"); // 2^127: the sign bit
   EXPECT_EQ(tm.term_count(), 3u);                       // rejected constants leave no term behind
+}
+
+// Names of every length class (the store's one- and five-byte lengths, one
+// longer than a store block) read back whole after thousands more.
+TEST(FpHost, TermManagerKeepsEveryName) {
+  TermManager tm;
+  DataType const* f32 = tm.fp_sort(8, 24);
+  std::vector<std::pair<Term const*, std::string>> made;
+  for (std::size_t n : {0, 1, 254, 255, 256, 40000}) {
+    std::string name(n, 'n');
+    if (n > 0) name[n - 1] = 'e';
+    made.emplace_back(tm.mk_var(name, f32), name);
+  }
+  for (int i = 0; i < 5000; ++i)
+    made.emplace_back(tm.mk_var("v" + std::to_string(i), f32), "v" + std::to_string(i));
+  for (auto const& [t, name] : made)
+    ASSERT_EQ(t->name(), name);
+  EXPECT_EQ(&made[2].first->name(), &made[2].first->name()); // built once, then kept
 }
 
 } // namespace
