@@ -586,6 +586,7 @@ void Session::check_sat(std::vector<Assumption> assumptions) {
   p_->assertions.shrink_to_fit();
   p_->declared.shrink_to_fit();
   asserted_.shrink_to_fit();
+  el_->shrink_to_fit();
   std::vector<int> roots;
   if (!assumptions.empty()) {
     roots = p_->assertions;

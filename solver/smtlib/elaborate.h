@@ -69,6 +69,8 @@ public:
   void assert_formula(SExpr const& e);
   void push(std::size_t n);
   void pop(std::size_t n, SExpr const& where);
+  // Gives back the spare room the scope grew by doubling.
+  void shrink_to_fit() { names_.shrink_to_fit(); }
 
   // A term of the fragment (Boolean or floating point).
   Value elaborate(SExpr const& e);

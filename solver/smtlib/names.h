@@ -42,6 +42,8 @@ public:
   // Removes the names bound since the newest open mark; there must be one.
   void pop_mark();
   std::size_t marks() const noexcept { return marks_.size(); }
+  // Gives back the spare room the name string grew by doubling.
+  void shrink_to_fit() { chars_.shrink_to_fit(); }
 
 private:
   static constexpr std::uint32_t kEmpty = UINT32_MAX; // the offset of a free slot
