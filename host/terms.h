@@ -2,15 +2,17 @@
 //
 // The term manager owns every sort, symbol and term it makes, at stable
 // addresses (deques never move their elements), for its whole life; pointers
-// it hands out stay valid until it is destroyed.  Symbols' names lie in the
-// manager's name store (blocks that never move), each after its length; the
-// std::string a symbol hands out is built on the first request and kept, as
-// names are read to print models and messages, never by the search, and a
-// string per symbol would be most of a term's cost in a long script.  A term begins with its
+// it hands out stay valid until it is destroyed.  A term begins with its
 // identifier, unique within its manager, which is also the hash of a
 // `Term const*` in every table.  Floating-point sorts are interned: one sort
 // object per (eb, sb).  A constant term's head symbol is filed in the
 // constant-bits map with the constant's bit pattern.
+//
+// Symbols' names lie in the manager's name store (blocks that never move),
+// each after its length.  The std::string a symbol hands out is built on the
+// first request and kept: names are read to print models and messages,
+// never by the search, and a string per symbol would be most of a term's
+// cost in a long script.
 #pragma once
 
 #include "../support/hashtable.h"
