@@ -24,6 +24,7 @@ int Problem::add_var(std::string const& name, bool is_bool, IEEEFloat::format fm
   Var v;
   v.is_bool = is_bool;
   v.fmt = is_bool ? IEEEFloat::format{2, 2} : fmt;
+  v.fmt_id = format_id(v.fmt);
   v.term = tm.mk_var(name, tm.fp_sort(v.fmt));
   vars.push_back(std::move(v));
   return static_cast<int>(vars.size() - 1);
@@ -34,7 +35,6 @@ int Problem::add_bv_var(std::string const& name, std::uint32_t n) {
   vars[v].bv = n;
   Operand o;
   o.var = v;
-  o.fmt = bv_format(n);
   o.bv = n;
   return add_operand(o);
 }
@@ -45,27 +45,33 @@ int Problem::add_bv_constant(mpz_class const& value, std::uint32_t n) {
   std::string const key = "bv" + std::to_string(n) + ":" + value.get_str(16);
   if (auto it = constant_index_.find(key); it != constant_index_.end()) return it->second;
   Operand o;
-  o.fmt = bv_format(n);
+  o.fmt = format_id(bv_format(n));
   o.bv = n;
-  o.constant = qorv::from_packed_rank(value.get_mpz_t(), o.fmt);
-  operands.push_back(std::move(o));
+  o.constant = static_cast<int>(constants.size());
+  constants.push_back(qorv::from_packed_rank(value.get_mpz_t(), bv_format(n)));
+  operands.push_back(o);
   constant_index_.emplace(key, static_cast<int>(operands.size() - 1));
   return static_cast<int>(operands.size() - 1);
 }
 
 int Problem::add_constant(IEEEFloat const& v) {
-  Operand o;
-  o.constant = canonical(v);
-  std::string const bits = o.constant.to_str();
+  IEEEFloat c = canonical(v);
+  std::string const bits = c.to_str();
   if (auto it = constant_index_.find(bits); it != constant_index_.end()) return it->second;
-  o.fmt = v.get_format();
-  operands.push_back(std::move(o));
+  Operand o;
+  o.fmt = format_id(v.get_format());
+  o.constant = static_cast<int>(constants.size());
+  constants.push_back(std::move(c));
+  operands.push_back(o);
   constant_index_.emplace(bits, static_cast<int>(operands.size() - 1));
   return static_cast<int>(operands.size() - 1);
 }
 
 int Problem::add_operand(Operand const& o) {
+  assert(o.var >= 0 && "constants are added by add_constant");
   operands.push_back(o);
+  operands.back().constant = -1;
+  operands.back().fmt = vars[static_cast<std::size_t>(o.var)].fmt_id;
   return static_cast<int>(operands.size() - 1);
 }
 
@@ -79,7 +85,6 @@ int Problem::add_rm_var(std::string const& name) {
   vars[v].is_rm = true;
   Operand o;
   o.var = v;
-  o.fmt = {2, 2};
   o.is_rm = true;
   return add_operand(o);
 }
@@ -88,10 +93,12 @@ int Problem::add_rm_constant(IEEEFloat::rounding_mode rm) {
   int& known = rm_constant_[static_cast<int>(rm_of_value(rm_value(rm)))];
   if (known < 0) {
     Operand o;
-    o.constant = rm_value(rm);
-    o.fmt = {2, 2};
+    o.fmt = format_id({2, 2});
+    o.constant = static_cast<int>(constants.size());
     o.is_rm = true;
-    known = add_operand(o);
+    constants.push_back(rm_value(rm));
+    operands.push_back(o);
+    known = static_cast<int>(operands.size() - 1);
   }
   return known;
 }
@@ -107,7 +114,6 @@ int Problem::add_def(Def d, IEEEFloat::format fmt, std::uint32_t bv) {
   defs.push_back(std::move(d));
   Operand o;
   o.var = v;
-  o.fmt = fmt;
   o.bv = bv;
   int const operand = add_operand(o);
   def_index_.insert(operand);
@@ -153,7 +159,8 @@ int Problem::add_linear(mpq_class const& constant,
 
 int Problem::add_to_real(int operand) {
   Operand const& o = operands[static_cast<std::size_t>(operand)];
-  std::string const f = std::to_string(o.fmt.eb) + "." + std::to_string(o.fmt.sb);
+  IEEEFloat::format const& of = format_of(operand);
+  std::string const f = std::to_string(of.eb) + "." + std::to_string(of.sb);
   auto [sp, fresh_specials] = special_index_.try_emplace(f);
   if (fresh_specials)
     for (int i = 0; i < 3; ++i) // not declared: models show them through the terms only
@@ -164,9 +171,10 @@ int Problem::add_to_real(int operand) {
                                                              f);
   std::array<int, 3> const specials = sp->second;
   if (o.var < 0) {
-    if (o.constant.is_nan()) return specials[0];
-    if (o.constant.is_inf()) return specials[o.constant.get_sign() ? 2 : 1];
-    return add_linear(exact_value(o.constant), {});
+    IEEEFloat const& c = constant_of(operand);
+    if (c.is_nan()) return specials[0];
+    if (c.is_inf()) return specials[c.get_sign() ? 2 : 1];
+    return add_linear(exact_value(c), {});
   }
   auto [it, fresh] =
       real_index_.try_emplace("T" + std::to_string(operand), static_cast<int>(reals.size()));
@@ -219,10 +227,19 @@ int Problem::add_real_round(int rm, int real, IEEEFloat::format fmt) {
   real_rounds.push_back(RealRound{v, rm, real});
   Operand o;
   o.var = v;
-  o.fmt = fmt;
   int const operand = add_operand(o);
   real_index_.emplace(key, operand);
   return operand;
+}
+
+std::uint16_t Problem::format_id(IEEEFloat::format const& f) {
+  // Formats are few (a handful of float sorts, a bit-vector width each), so
+  // a scan is the cheapest index.
+  for (std::size_t i = 0; i < formats.size(); ++i)
+    if (formats[i] == f) return static_cast<std::uint16_t>(i);
+  if (formats.size() > UINT16_MAX) throw std::length_error("more than 65536 sorts");
+  formats.push_back(f);
+  return static_cast<std::uint16_t>(formats.size() - 1);
 }
 
 Problem::DefKey Problem::key_of_result(int operand) const {

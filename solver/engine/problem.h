@@ -52,10 +52,13 @@
 // index valid.
 #pragma once
 
+#include "engine/int_list.h"
+
 #include "host/ieee_float.h"
 #include "host/terms.h"
 
 #include <array>
+#include <cassert>
 #include <cstdint>
 #include <gmpxx.h>
 #include <string>
@@ -73,22 +76,28 @@ using qorv::IEEEFloat;
 struct Var {
   IEEEFloat::format fmt{2, 2}; // (2, 2) for Booleans and rounding modes
   qorv::Term const* term = nullptr;
-  std::uint32_t bv = 0; // a bit-vector's width (format (2, bv + 1)), else 0
-  int def = -1;         // the Def whose result this is, or -1 for an input variable
-  int real = -1;        // a declared real: its RealTerm (the variable itself is unused)
+  std::uint32_t bv = 0;     // a bit-vector's width (format (2, bv + 1)), else 0
+  int def = -1;             // the Def whose result this is, or -1 for an input variable
+  int real = -1;            // a declared real: its RealTerm (the variable itself is unused)
+  std::uint16_t fmt_id = 0; // fmt's index in Problem::formats (set by add_var)
   bool is_bool = false;
   bool is_rm = false; // a rounding-mode variable
   std::string const& name() const { return term->name(); }
 };
 
+// A view of a variable or a constant.  The format and the constant's value
+// live in the problem's tables (Problem::format_of, Problem::constant_of):
+// formats are few and constants rare, and there are two operands per term
+// on long problems, so an operand is 20 bytes, not the 64 a format and a
+// value of its own took.
 struct Operand {
-  int var = -1;     // variable index, or -1 for a constant
-  bool abs = false; // value = neg ? -|x| : |x| when abs, else neg ? -x : x
+  int var = -1;          // variable index, or -1 for a constant
+  int constant = -1;     // constants only: the index in Problem::constants
+  std::uint32_t bv = 0;  // a bit-vector's width, else 0 (never with abs or neg)
+  std::uint16_t fmt = 0; // the index in Problem::formats (set by the problem)
+  bool abs = false;      // value = neg ? -|x| : |x| when abs, else neg ? -x : x
   bool neg = false;
-  IEEEFloat constant; // constants only; NaN is always the quiet NaN
-  IEEEFloat::format fmt;
-  bool is_rm = false;   // a rounding mode (format (2, 2), ranks 0..4)
-  std::uint32_t bv = 0; // a bit-vector's width, else 0 (never with abs or neg)
+  bool is_rm = false; // a rounding mode (format (2, 2), ranks 0..4)
 };
 
 // The format that carries bit-vectors of width n, and the width back.
@@ -160,8 +169,8 @@ inline bool bv_operands(FpOp op) {
 
 struct Def {
   FpOp op = FpOp::add;
-  int rm = -1; // the rounding-mode operand, or -1 for operations without one
-  std::vector<int> args;
+  int rm = -1;   // the rounding-mode operand, or -1 for operations without one
+  IntList args;  // one to three operands
   int cond = -1; // ite only: the Boolean node
   int var = -1;  // the variable holding the result
 };
@@ -191,9 +200,9 @@ enum class Op : std::uint8_t {
 
 struct Node {
   Op op = Op::t;
-  int a = -1; // first operand of an atom, or the variable of a bvar
-  int b = -1; // second operand of a binary atom
-  std::vector<int> kids;
+  int a = -1;   // first operand of an atom, or the variable of a bvar
+  int b = -1;   // second operand of a binary atom
+  IntList kids; // none for the atoms
 };
 
 enum class RealOp : std::uint8_t {
@@ -245,7 +254,8 @@ public:
   // A constant operand; a NaN is stored as the quiet NaN.  Returns its index
   // (the same index for the same value).
   int add_constant(IEEEFloat const& v);
-  // An operand viewing a variable (o.var >= 0).  Returns its index.
+  // An operand viewing a variable (o.var >= 0), of the variable's format.
+  // Returns its index.
   int add_operand(Operand const& o);
   int add_node(Op op, int a = -1, int b = -1, std::vector<int> kids = {});
   // A rounding-mode variable (a variable of format (2, 2)); returns the
@@ -275,10 +285,21 @@ public:
   bool has_reals() const { return !real_atoms.empty() || !real_rounds.empty(); }
   int true_node() const { return true_; }
   int false_node() const { return false_; }
+  // An operand's format, and a constant operand's value.
+  IEEEFloat::format const& format_of(int operand) const {
+    return formats[operands[static_cast<std::size_t>(operand)].fmt];
+  }
+  IEEEFloat const& constant_of(int operand) const {
+    Operand const& o = operands[static_cast<std::size_t>(operand)];
+    assert(o.var < 0 && "only a constant operand has a value of its own");
+    return constants[static_cast<std::size_t>(o.constant)];
+  }
 
   qorv::TermManager tm;
   std::vector<Var> vars;
   std::vector<Operand> operands;
+  std::vector<IEEEFloat::format> formats; // each format once, by first use
+  std::vector<IEEEFloat> constants;       // the constant operands' values
   std::vector<Node> nodes;
   std::vector<Def> defs;
   std::vector<int> assertions; // root nodes
@@ -297,7 +318,7 @@ private:
   struct DefKey {
     FpOp op;
     int rm;
-    std::vector<int> const* args;
+    IntList const* args;
     int cond;
     std::uint64_t eb, sb;
     bool operator==(DefKey const& o) const {
@@ -319,6 +340,8 @@ private:
     bool operator()(DefKey const& k, int b) const { return k == p->key_of_result(b); }
     bool operator()(int a, DefKey const& k) const { return p->key_of_result(a) == k; }
   };
+  // The index of f in `formats`, added when new.
+  std::uint16_t format_id(IEEEFloat::format const& f);
   int true_ = -1, false_ = -1;
   std::unordered_set<int, DefIndexHash, DefIndexEq> def_index_{0, DefIndexHash{this},
                                                                DefIndexEq{this}};

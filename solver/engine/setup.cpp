@@ -30,10 +30,8 @@ void setup_search(SearchContext& ctx, PropagationQueue& queue, qorv::FpDecDepMan
   int const nr = static_cast<int>(ctx.roots.size());
   queue.reset(nv, ctx.roots.size() + p.defs.size(), ctx.opt.ordered_queue);
   ctx.relevant.assign(nv, 0);
-  auto watch = [&](int v, int entry) {
-    std::vector<int>& w = queue.entry_watch[v];
-    if (w.empty() || w.back() != entry) w.push_back(entry);
-  };
+  std::vector<std::pair<int, int>> watches; // (variable, entry), for the queue
+  auto watch = [&](int v, int entry) { watches.emplace_back(v, entry); };
   std::vector<int> work; // relevant variables whose Def is still to be visited
   auto mark = [&](int v) {
     if (ctx.relevant[v]) return;
@@ -111,6 +109,7 @@ void setup_search(SearchContext& ctx, PropagationQueue& queue, qorv::FpDecDepMan
       }
     }
   }
+  queue.set_entry_watch(watches);
   for (std::size_t d = 0; d < p.defs.size(); ++d)
     if (ctx.relevant[p.defs[d].var]) queue.all.push_back(nr + static_cast<int>(d));
   for (int r = 0; r < nr; ++r)

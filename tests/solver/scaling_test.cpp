@@ -150,7 +150,6 @@ TEST(FpsolveScaling, DefIndexSharesExactlyTheEqualDefs) {
   auto var = [&](std::string const& name, qorv::IEEEFloat::format f) {
     fpsolve::Operand o;
     o.var = p.add_var(name, false, f);
-    o.fmt = f;
     return p.add_operand(o);
   };
   int const x = var("x", f32), y = var("y", f32);
