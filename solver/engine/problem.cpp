@@ -6,6 +6,7 @@
 
 #include "host/packed_rank.h"
 
+#include <algorithm>
 #include <cassert>
 #include <functional>
 #include <map>
@@ -106,7 +107,14 @@ int Problem::add_rm_constant(IEEEFloat::rounding_mode rm) {
 int Problem::add_def(Def d, IEEEFloat::format fmt, std::uint32_t bv) {
   if (bv > 0) fmt = bv_format(bv);
   DefKey const key{d.op, d.rm, &d.args, d.cond, fmt.eb, fmt.sb};
-  if (auto it = def_index_.find(key); it != def_index_.end()) return *it;
+  if (2 * (defs.size() + 1) > def_index_.size()) { // at most half full
+    std::vector<int> const old = std::exchange(
+        def_index_, std::vector<int>(std::max<std::size_t>(16, 2 * def_index_.size()), -1));
+    for (int o : old)
+      if (o >= 0) def_index_[def_slot(key_of_result(o))] = o;
+  }
+  std::size_t const slot = def_slot(key);
+  if (def_index_[slot] >= 0) return def_index_[slot];
   int const v = add_var("@t" + std::to_string(defs.size()), false, fmt);
   vars[v].def = static_cast<int>(defs.size());
   vars[v].bv = bv;
@@ -116,7 +124,7 @@ int Problem::add_def(Def d, IEEEFloat::format fmt, std::uint32_t bv) {
   o.var = v;
   o.bv = bv;
   int const operand = add_operand(o);
-  def_index_.insert(operand);
+  def_index_[slot] = operand;
   return operand;
 }
 
@@ -248,7 +256,17 @@ Problem::DefKey Problem::key_of_result(int operand) const {
   return DefKey{d.op, d.rm, &d.args, d.cond, v.fmt.eb, v.fmt.sb};
 }
 
-std::size_t Problem::DefIndexHash::operator()(DefKey const& k) const {
+std::size_t Problem::def_slot(DefKey const& k) const {
+  // Fibonacci hashing spreads the combined hash over the slots; linear
+  // probing from there.
+  std::size_t const mask = def_index_.size() - 1;
+  std::size_t i = static_cast<std::size_t>((hash(k) * 0x9e3779b97f4a7c15ULL) >> 32) & mask;
+  while (def_index_[i] >= 0 && !(key_of_result(def_index_[i]) == k))
+    i = (i + 1) & mask;
+  return i;
+}
+
+std::uint64_t Problem::hash(DefKey const& k) {
   // Boost's hash_combine step over every field.
   std::size_t h = 0;
   auto mix = [&h](std::uint64_t v) {

@@ -63,7 +63,6 @@
 #include <gmpxx.h>
 #include <string>
 #include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
 namespace fpsolve {
@@ -313,8 +312,10 @@ private:
   // result format.  Hashed, so building a problem of n Defs takes time
   // proportional to their size.  The index holds the operand viewing each
   // Def's result and reads the key off the Def itself, so it keeps no copy
-  // of the operands (one int per Def); a new Def is looked up by a key that
-  // points at its operands.
+  // of the operands; a new Def is looked up by a key that points at its
+  // operands.  Open addressing over a power-of-two array of operands (-1
+  // for an empty slot) at most half full: two to four ints per Def, where a
+  // node-based set took a heap block and a bucket per Def.
   struct DefKey {
     FpOp op;
     int rm;
@@ -327,24 +328,13 @@ private:
     }
   };
   DefKey key_of_result(int operand) const;
-  struct DefIndexHash {
-    using is_transparent = void;
-    Problem const* p;
-    std::size_t operator()(DefKey const& k) const;
-    std::size_t operator()(int operand) const { return (*this)(p->key_of_result(operand)); }
-  };
-  struct DefIndexEq {
-    using is_transparent = void;
-    Problem const* p;
-    bool operator()(int a, int b) const { return a == b; }
-    bool operator()(DefKey const& k, int b) const { return k == p->key_of_result(b); }
-    bool operator()(int a, DefKey const& k) const { return p->key_of_result(a) == k; }
-  };
+  static std::uint64_t hash(DefKey const& k);
+  // The slot of k's Def in def_index_, or the empty slot where it belongs.
+  std::size_t def_slot(DefKey const& k) const;
   // The index of f in `formats`, added when new.
   std::uint16_t format_id(IEEEFloat::format const& f);
   int true_ = -1, false_ = -1;
-  std::unordered_set<int, DefIndexHash, DefIndexEq> def_index_{0, DefIndexHash{this},
-                                                               DefIndexEq{this}};
+  std::vector<int> def_index_;
   std::unordered_map<std::string, int>
       constant_index_; // constants by their bits, so equal ones share
   int rm_constant_[5] = {-1, -1, -1, -1, -1};
