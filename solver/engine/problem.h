@@ -61,6 +61,7 @@
 #include <cassert>
 #include <cstdint>
 #include <gmpxx.h>
+#include <stdexcept>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -69,11 +70,23 @@ namespace fpsolve {
 
 using qorv::IEEEFloat;
 
+// A format in half the room of IEEEFloat::format, read as one: widths of
+// formats and bit-vectors fit 32 bits.
+struct VarFormat {
+  std::uint32_t eb = 2, sb = 2;
+  VarFormat() = default;
+  VarFormat(IEEEFloat::format const& f) // NOLINT: read and written as a format
+      : eb(static_cast<std::uint32_t>(f.eb)), sb(static_cast<std::uint32_t>(f.sb)) {
+    if (f.eb > UINT32_MAX || f.sb > UINT32_MAX) throw std::length_error("format too wide");
+  }
+  operator IEEEFloat::format() const { return {eb, sb}; } // NOLINT
+};
+
 // The name is kept once, by the variable's term: on long problems a copy
 // per variable was a tenth of the memory.  Fields are ordered by size, so
-// that a Var takes 40 bytes.
+// that a Var takes 32 bytes.
 struct Var {
-  IEEEFloat::format fmt{2, 2}; // (2, 2) for Booleans and rounding modes
+  VarFormat fmt; // (2, 2) for Booleans and rounding modes
   qorv::Term const* term = nullptr;
   std::uint32_t bv = 0;     // a bit-vector's width (format (2, bv + 1)), else 0
   int def = -1;             // the Def whose result this is, or -1 for an input variable
