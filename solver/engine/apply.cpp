@@ -65,7 +65,7 @@ std::optional<IEEEFloat> apply_op(FpOp op, IEEEFloat::rounding_mode rm,
 
 IEEEFloat operand_value(Problem const& p, std::vector<IEEEFloat> const& model, int o) {
   Operand const& op = p.operands[o];
-  if (op.var < 0) return op.constant;
+  if (op.var < 0) return p.constant_of(o);
   IEEEFloat v = canonical(model[op.var]);
   if (v.is_nan()) return v;
   if (op.abs) v = sw::abs(v);
@@ -168,10 +168,8 @@ bool verify_with(Problem const& p, std::vector<IEEEFloat>& model, std::string* w
 // Ranks of a format of w bits lie within +-2^(w-1), so 128 bits suffice up to
 // w = 128 (Float128 included).
 bool ranks_fit_128(Problem const& p) {
-  for (Operand const& o : p.operands)
-    if (o.fmt.eb + o.fmt.sb > 128) return false;
-  for (Var const& v : p.vars)
-    if (v.fmt.eb + v.fmt.sb > 128) return false;
+  for (IEEEFloat::format const& f : p.formats)
+    if (f.eb + f.sb > 128) return false;
   return true;
 }
 

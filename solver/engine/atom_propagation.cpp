@@ -10,7 +10,7 @@ bool AtomPropagation<R>::restrict_to(int o, Set<R> t) {
   Operand const& op = ctx_.p.operands[o];
   FormatRanks<R> const& f = tc_.ev.format_of_operand(o);
   if (op.var < 0) {
-    R const& c = tc_.ev.const_rank[o];
+    R const& c = tc_.ev.const_rank_of(o);
     return c == f.nan ? t.nan : (t.lo <= c && c <= t.hi);
   }
   if (op.neg && t.has_num()) t = {t.nan, R(-t.hi - 1), R(-t.lo - 1)};

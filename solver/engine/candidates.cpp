@@ -23,10 +23,16 @@ R Candidates<R>::pick(int v) const {
 template <class R>
 std::vector<IEEEFloat> Candidates<R>::model() const {
   std::vector<IEEEFloat> m;
-  m.reserve(ctx_.p.vars.size());
-  for (std::size_t v = 0; v < ctx_.p.vars.size(); ++v)
-    m.push_back(value_of(pick(static_cast<int>(v)), ctx_.p.vars[v].fmt));
+  model_into(&m);
   return m;
+}
+
+template <class R>
+void Candidates<R>::model_into(std::vector<IEEEFloat>* m) const {
+  std::size_t const n = ctx_.p.vars.size();
+  m->resize(n);
+  for (std::size_t v = 0; v < n; ++v)
+    (*m)[v] = value_of(pick(static_cast<int>(v)), ctx_.p.vars[v].fmt);
 }
 
 template <class R>
@@ -54,7 +60,7 @@ bool Candidates<R>::completion_differs(std::vector<IEEEFloat>& m) {
 
 template <class R>
 bool Candidates<R>::try_candidate(std::vector<IEEEFloat>* out) {
-  *out = model();
+  model_into(out);
   if (ctx_.p.defs.empty() && !ctx_.p.has_reals())
     return true; // evaluation over the intervals was exact enough
   return verify(*out);

@@ -18,6 +18,9 @@ public:
   // The value the node's candidate model gives v (a rank of v's interval).
   R pick(int v) const;
   std::vector<IEEEFloat> model() const;
+  // The same model written over *m, in the room m already has: a model is
+  // 32 bytes per variable, and assigning a fresh one held both at once.
+  void model_into(std::vector<IEEEFloat>* m) const;
   // True when the picked inputs, with every Def computed exactly, satisfy
   // every assertion; the model is left in `out`.
   bool try_candidate(std::vector<IEEEFloat>* out);

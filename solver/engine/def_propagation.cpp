@@ -59,7 +59,7 @@ unsigned DefPropagation<R>::rm_modes(int o) const {
   Operand const& op = ctx_.p.operands[o];
   R lo, hi;
   if (op.var < 0) {
-    lo = hi = tc_.ev.const_rank[o];
+    lo = hi = tc_.ev.const_rank_of(o);
   } else {
     lo = tc_.ev.cur[op.var].lo;
     hi = tc_.ev.cur[op.var].hi;
@@ -106,7 +106,7 @@ bool DefPropagation<R>::prop_def(int d) {
   std::vector<Bounds<R>> a;
   a.reserve(df.args.size());
   for (int o : df.args)
-    a.push_back(Bounds<R>{tc_.ev.img(o), &tc_.ev.format_of_operand(o), ctx_.p.operands[o].fmt});
+    a.push_back(Bounds<R>{tc_.ev.img(o), &tc_.ev.format_of_operand(o), ctx_.p.format_of(o)});
   unsigned const modes = df.rm >= 0 ? rm_modes(df.rm) : 1u;
   if (modes == 0) return false;
   IEEEFloat::format const fmt = ctx_.p.vars[v].fmt;

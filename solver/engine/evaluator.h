@@ -14,7 +14,6 @@
 
 #include "host/theory_lit.h"
 
-#include <map>
 #include <utility>
 #include <vector>
 
@@ -36,38 +35,34 @@ public:
     R lo, hi;
   };
 
+  // The ranks of the problem's formats and constants are few and indexed
+  // as the problem indexes them; the only table per variable is `cur`,
+  // sized once: several evaluators live through a search, and vectors grown
+  // by doubling would hold up to twice the room on long problems.
   explicit Evaluator(Problem const& problem) : p(problem) {
-    std::map<std::pair<std::uint64_t, std::uint64_t>, int> index;
-    auto fmt_index = [&](IEEEFloat::format f) {
-      auto [it, fresh] = index.emplace(std::make_pair(f.eb, f.sb), static_cast<int>(fr.size()));
-      if (fresh) fr.emplace_back(f);
-      return it->second;
-    };
-    // Sized once: several evaluators live through a search, and vectors
-    // grown by doubling would hold up to twice the room on long problems.
-    var_fmt.reserve(p.vars.size());
+    fr.reserve(p.formats.size());
+    for (IEEEFloat::format const& f : p.formats)
+      fr.emplace_back(f);
+    const_rank.reserve(p.constants.size());
+    for (IEEEFloat const& c : p.constants)
+      const_rank.push_back(rank_of<R>(c));
     cur.reserve(p.vars.size());
-    op_fmt.reserve(p.operands.size());
-    const_rank.reserve(p.operands.size());
     for (Var const& v : p.vars) {
-      var_fmt.push_back(fmt_index(v.fmt));
-      FormatRanks<R> const& f = fr[var_fmt.back()];
+      FormatRanks<R> const& f = fr[v.fmt_id];
       cur.push_back(Iv{f.nan, f.pinf});
-    }
-    for (Operand const& o : p.operands) {
-      op_fmt.push_back(fmt_index(o.fmt));
-      const_rank.push_back(o.var < 0 ? rank_of<R>(o.constant) : R(0));
     }
   }
 
-  FormatRanks<R> const& format_of_var(int v) const { return fr[var_fmt[v]]; }
-  FormatRanks<R> const& format_of_operand(int o) const { return fr[op_fmt[o]]; }
+  FormatRanks<R> const& format_of_var(int v) const { return fr[p.vars[v].fmt_id]; }
+  FormatRanks<R> const& format_of_operand(int o) const { return fr[p.operands[o].fmt]; }
+  // The rank of a constant operand.
+  R const& const_rank_of(int o) const { return const_rank[p.operands[o].constant]; }
 
   Set<R> img(int o) const {
     Operand const& op = p.operands[o];
-    FormatRanks<R> const& f = fr[op_fmt[o]];
+    FormatRanks<R> const& f = fr[op.fmt];
     if (op.var < 0) {
-      R const& c = const_rank[o];
+      R const& c = const_rank[op.constant];
       return c == f.nan ? Set<R>{true, R(1), R(0)} : Set<R>{false, c, c};
     }
     Iv const& iv = cur[op.var];
@@ -102,7 +97,7 @@ public:
       return l_False;
     case Op::bvar: {
       Iv const& iv = cur[nd.a];
-      R const& nan = fr[var_fmt[nd.a]].nan;
+      R const& nan = fr[p.vars[nd.a].fmt_id].nan;
       return iv.lo > nan ? l_True : iv.hi == nan ? l_False : l_Undef;
     }
     case Op::not_: { // a run of nots in one step: tools nest them thousands deep
@@ -163,7 +158,7 @@ public:
   Set<R> same_var_set(Node const& nd, bool want) const {
     Operand const& a = p.operands[nd.a];
     Operand const& b = p.operands[nd.b];
-    FormatRanks<R> const& f = fr[op_fmt[nd.a]];
+    FormatRanks<R> const& f = fr[a.fmt];
     Iv const& iv = cur[a.var];
     bool const ident = nd.op == Op::ident;
     Set<R> out{iv.lo == f.nan && ident == want, R(1), R(0)}; // NaN: only = holds
@@ -253,7 +248,7 @@ public:
       break;
     default: {
       auto const& ranges =
-          fr[op_fmt[nd.a]].holds[static_cast<int>(nd.op) - static_cast<int>(Op::is_inf)];
+          fr[p.operands[nd.a].fmt].holds[static_cast<int>(nd.op) - static_cast<int>(Op::is_inf)];
       possible_false = a.nan;
       bool inside = false;
       if (a.has_num())
@@ -268,10 +263,9 @@ public:
   }
 
   Problem const& p;
-  std::vector<FormatRanks<R>> fr;
-  std::vector<int> var_fmt, op_fmt;
-  std::vector<R> const_rank; // constants' ranks (0 for variable views)
-  std::vector<Iv> cur;       // current interval of every variable
+  std::vector<FormatRanks<R>> fr; // per format of the problem
+  std::vector<R> const_rank;      // per constant of the problem
+  std::vector<Iv> cur;            // current interval of every variable
 };
 
 } // namespace fpsolve

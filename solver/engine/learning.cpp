@@ -64,8 +64,8 @@ void ClauseStore<R>::add(std::vector<BoundLit> lits) {
   }
   if (lits.size() < 2) return; // a unit: asserted at the root, never undone
   int const id = static_cast<int>(clauses_.size());
-  queue_.clause_watch[lits[0].var].push_back(id);
-  if (lits[1].var != lits[0].var) queue_.clause_watch[lits[1].var].push_back(id);
+  queue_.clause_watch(lits[0].var).push_back(id);
+  if (lits[1].var != lits[0].var) queue_.clause_watch(lits[1].var).push_back(id);
   clauses_.push_back(Clause{std::move(lits)});
   if (++live_ > cap_) reduce();
 }
@@ -88,7 +88,7 @@ void ClauseStore<R>::reduce() {
 
 template <class R>
 bool ClauseStore<R>::propagate_clauses(int v) {
-  std::vector<int>& ws = queue_.clause_watch[v];
+  std::vector<int>& ws = queue_.clause_watch(v);
   std::size_t kept = 0, i = 0;
   bool ok = true;
   for (; i < ws.size() && ok; ++i) {
@@ -106,7 +106,7 @@ bool ClauseStore<R>::propagate_clauses(int v) {
         std::swap(lits[w], lits[k]);
         int const to = lits[w].var;
         if (to == v) continue;
-        if (lits[1 - w].var != to) queue_.clause_watch[to].push_back(c);
+        if (lits[1 - w].var != to) queue_.clause_watch(to).push_back(c);
         stays = lits[1 - w].var == v;
         continue;
       }
@@ -146,8 +146,8 @@ void ClauseStore<R>::check_invariants() const {
   // One pass over the watch lists: bit w of found[c] says that the list of
   // lits[w].var holds c.
   std::vector<unsigned char> found(clauses_.size(), 0);
-  for (int u = 0; u < nv; ++u)
-    for (int c : queue_.clause_watch[u]) {
+  for (int u = 0; u < nv && queue_.has_clause_watches(); ++u)
+    for (int c : queue_.clause_watch(u)) {
       std::vector<BoundLit> const& lits = clauses_[c].lits;
       if (lits.empty()) continue;
       if (lits[0].var == u) found[c] |= 1;

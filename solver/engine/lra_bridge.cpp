@@ -194,8 +194,8 @@ bool LraBridge<R>::assert_box() {
       std::size_t const k = s.nan ? 0 : s.lo == fr.pinf ? 1 : 2;
       if (!equal(special_[i][k], 0, because(ends))) return false;
     } else if (!s.nan && s.lo > fr.nan + 1 && s.hi < fr.pinf) {
-      RealEnd const lo{false, exact_value(value_of(s.lo, o.fmt)), false};
-      RealEnd const hi{false, exact_value(value_of(s.hi, o.fmt)), false};
+      RealEnd const lo{false, exact_value(value_of(s.lo, p.format_of(t.operand))), false};
+      RealEnd const hi{false, exact_value(value_of(s.hi, p.format_of(t.operand))), false};
       // Of a plain variable, a lower end needs only x >= lo and x finite
       // above; the wider the premise, the more states the clause cuts.
       bool const plain = !o.abs && !o.neg;
@@ -318,7 +318,7 @@ bool LraBridge<R>::narrow_floats() {
     // possible, its side cannot be cut (its real value is free).
     bool const low_special = c.lo <= R(fr.nan + 1), high_special = c.hi == fr.pinf;
     R lo = c.lo, hi = c.hi;
-    if (auto const fin = floats_within(range, o.fmt)) {
+    if (auto const fin = floats_within(range, p.vars[static_cast<std::size_t>(o.var)].fmt)) {
       if (!low_special) lo = rank_of<R>(fin->first);
       if (!high_special) hi = rank_of<R>(fin->second);
     } else { // only the specials remain (none when neither side has one)

@@ -323,7 +323,7 @@ bool ModelSearch<R>::search(std::vector<IEEEFloat> const* seed, std::vector<IEEE
   std::size_t offset = 0;
   while (!spent()) {
     if (cur_ == 0) {
-      *out = candidates_.model();
+      candidates_.model_into(out);
       std::vector<IEEEFloat> const& vals = dist_->values();
       for (std::size_t v = 0; v < out->size(); ++v)
         if (ctx_.relevant[v]) (*out)[v] = vals[v];

@@ -6,6 +6,7 @@
 
 #include "host/packed_rank.h"
 
+#include <algorithm>
 #include <cassert>
 #include <functional>
 #include <map>
@@ -24,6 +25,7 @@ int Problem::add_var(std::string const& name, bool is_bool, IEEEFloat::format fm
   Var v;
   v.is_bool = is_bool;
   v.fmt = is_bool ? IEEEFloat::format{2, 2} : fmt;
+  v.fmt_id = format_id(v.fmt);
   v.term = tm.mk_var(name, tm.fp_sort(v.fmt));
   vars.push_back(std::move(v));
   return static_cast<int>(vars.size() - 1);
@@ -34,7 +36,6 @@ int Problem::add_bv_var(std::string const& name, std::uint32_t n) {
   vars[v].bv = n;
   Operand o;
   o.var = v;
-  o.fmt = bv_format(n);
   o.bv = n;
   return add_operand(o);
 }
@@ -45,27 +46,33 @@ int Problem::add_bv_constant(mpz_class const& value, std::uint32_t n) {
   std::string const key = "bv" + std::to_string(n) + ":" + value.get_str(16);
   if (auto it = constant_index_.find(key); it != constant_index_.end()) return it->second;
   Operand o;
-  o.fmt = bv_format(n);
+  o.fmt = format_id(bv_format(n));
   o.bv = n;
-  o.constant = qorv::from_packed_rank(value.get_mpz_t(), o.fmt);
-  operands.push_back(std::move(o));
+  o.constant = static_cast<int>(constants.size());
+  constants.push_back(qorv::from_packed_rank(value.get_mpz_t(), bv_format(n)));
+  operands.push_back(o);
   constant_index_.emplace(key, static_cast<int>(operands.size() - 1));
   return static_cast<int>(operands.size() - 1);
 }
 
 int Problem::add_constant(IEEEFloat const& v) {
-  Operand o;
-  o.constant = canonical(v);
-  std::string const bits = o.constant.to_str();
+  IEEEFloat c = canonical(v);
+  std::string const bits = c.to_str();
   if (auto it = constant_index_.find(bits); it != constant_index_.end()) return it->second;
-  o.fmt = v.get_format();
-  operands.push_back(std::move(o));
+  Operand o;
+  o.fmt = format_id(v.get_format());
+  o.constant = static_cast<int>(constants.size());
+  constants.push_back(std::move(c));
+  operands.push_back(o);
   constant_index_.emplace(bits, static_cast<int>(operands.size() - 1));
   return static_cast<int>(operands.size() - 1);
 }
 
 int Problem::add_operand(Operand const& o) {
+  assert(o.var >= 0 && "constants are added by add_constant");
   operands.push_back(o);
+  operands.back().constant = -1;
+  operands.back().fmt = vars[static_cast<std::size_t>(o.var)].fmt_id;
   return static_cast<int>(operands.size() - 1);
 }
 
@@ -79,7 +86,6 @@ int Problem::add_rm_var(std::string const& name) {
   vars[v].is_rm = true;
   Operand o;
   o.var = v;
-  o.fmt = {2, 2};
   o.is_rm = true;
   return add_operand(o);
 }
@@ -88,10 +94,12 @@ int Problem::add_rm_constant(IEEEFloat::rounding_mode rm) {
   int& known = rm_constant_[static_cast<int>(rm_of_value(rm_value(rm)))];
   if (known < 0) {
     Operand o;
-    o.constant = rm_value(rm);
-    o.fmt = {2, 2};
+    o.fmt = format_id({2, 2});
+    o.constant = static_cast<int>(constants.size());
     o.is_rm = true;
-    known = add_operand(o);
+    constants.push_back(rm_value(rm));
+    operands.push_back(o);
+    known = static_cast<int>(operands.size() - 1);
   }
   return known;
 }
@@ -99,7 +107,14 @@ int Problem::add_rm_constant(IEEEFloat::rounding_mode rm) {
 int Problem::add_def(Def d, IEEEFloat::format fmt, std::uint32_t bv) {
   if (bv > 0) fmt = bv_format(bv);
   DefKey const key{d.op, d.rm, &d.args, d.cond, fmt.eb, fmt.sb};
-  if (auto it = def_index_.find(key); it != def_index_.end()) return *it;
+  if (2 * (defs.size() + 1) > def_index_.size()) { // at most half full
+    std::vector<int> const old = std::exchange(
+        def_index_, std::vector<int>(std::max<std::size_t>(16, 2 * def_index_.size()), -1));
+    for (int o : old)
+      if (o >= 0) def_index_[def_slot(key_of_result(o))] = o;
+  }
+  std::size_t const slot = def_slot(key);
+  if (def_index_[slot] >= 0) return def_index_[slot];
   int const v = add_var("@t" + std::to_string(defs.size()), false, fmt);
   vars[v].def = static_cast<int>(defs.size());
   vars[v].bv = bv;
@@ -107,10 +122,9 @@ int Problem::add_def(Def d, IEEEFloat::format fmt, std::uint32_t bv) {
   defs.push_back(std::move(d));
   Operand o;
   o.var = v;
-  o.fmt = fmt;
   o.bv = bv;
   int const operand = add_operand(o);
-  def_index_.insert(operand);
+  def_index_[slot] = operand;
   return operand;
 }
 
@@ -153,7 +167,8 @@ int Problem::add_linear(mpq_class const& constant,
 
 int Problem::add_to_real(int operand) {
   Operand const& o = operands[static_cast<std::size_t>(operand)];
-  std::string const f = std::to_string(o.fmt.eb) + "." + std::to_string(o.fmt.sb);
+  IEEEFloat::format const& of = format_of(operand);
+  std::string const f = std::to_string(of.eb) + "." + std::to_string(of.sb);
   auto [sp, fresh_specials] = special_index_.try_emplace(f);
   if (fresh_specials)
     for (int i = 0; i < 3; ++i) // not declared: models show them through the terms only
@@ -164,9 +179,10 @@ int Problem::add_to_real(int operand) {
                                                              f);
   std::array<int, 3> const specials = sp->second;
   if (o.var < 0) {
-    if (o.constant.is_nan()) return specials[0];
-    if (o.constant.is_inf()) return specials[o.constant.get_sign() ? 2 : 1];
-    return add_linear(exact_value(o.constant), {});
+    IEEEFloat const& c = constant_of(operand);
+    if (c.is_nan()) return specials[0];
+    if (c.is_inf()) return specials[c.get_sign() ? 2 : 1];
+    return add_linear(exact_value(c), {});
   }
   auto [it, fresh] =
       real_index_.try_emplace("T" + std::to_string(operand), static_cast<int>(reals.size()));
@@ -219,10 +235,19 @@ int Problem::add_real_round(int rm, int real, IEEEFloat::format fmt) {
   real_rounds.push_back(RealRound{v, rm, real});
   Operand o;
   o.var = v;
-  o.fmt = fmt;
   int const operand = add_operand(o);
   real_index_.emplace(key, operand);
   return operand;
+}
+
+std::uint16_t Problem::format_id(IEEEFloat::format const& f) {
+  // Formats are few (a handful of float sorts, a bit-vector width each), so
+  // a scan is the cheapest index.
+  for (std::size_t i = 0; i < formats.size(); ++i)
+    if (formats[i] == f) return static_cast<std::uint16_t>(i);
+  if (formats.size() > UINT16_MAX) throw std::length_error("more than 65536 sorts");
+  formats.push_back(f);
+  return static_cast<std::uint16_t>(formats.size() - 1);
 }
 
 Problem::DefKey Problem::key_of_result(int operand) const {
@@ -231,7 +256,17 @@ Problem::DefKey Problem::key_of_result(int operand) const {
   return DefKey{d.op, d.rm, &d.args, d.cond, v.fmt.eb, v.fmt.sb};
 }
 
-std::size_t Problem::DefIndexHash::operator()(DefKey const& k) const {
+std::size_t Problem::def_slot(DefKey const& k) const {
+  // Fibonacci hashing spreads the combined hash over the slots; linear
+  // probing from there.
+  std::size_t const mask = def_index_.size() - 1;
+  std::size_t i = static_cast<std::size_t>((hash(k) * 0x9e3779b97f4a7c15ULL) >> 32) & mask;
+  while (def_index_[i] >= 0 && !(key_of_result(def_index_[i]) == k))
+    i = (i + 1) & mask;
+  return i;
+}
+
+std::uint64_t Problem::hash(DefKey const& k) {
   // Boost's hash_combine step over every field.
   std::size_t h = 0;
   auto mix = [&h](std::uint64_t v) {

@@ -52,43 +52,64 @@
 // index valid.
 #pragma once
 
+#include "engine/int_list.h"
+
 #include "host/ieee_float.h"
 #include "host/terms.h"
 
 #include <array>
+#include <cassert>
 #include <cstdint>
 #include <gmpxx.h>
+#include <stdexcept>
 #include <string>
 #include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
 namespace fpsolve {
 
 using qorv::IEEEFloat;
 
+// A format in half the room of IEEEFloat::format, read as one: widths of
+// formats and bit-vectors fit 32 bits.
+struct VarFormat {
+  std::uint32_t eb = 2, sb = 2;
+  VarFormat() = default;
+  VarFormat(IEEEFloat::format const& f) // NOLINT: read and written as a format
+      : eb(static_cast<std::uint32_t>(f.eb)), sb(static_cast<std::uint32_t>(f.sb)) {
+    if (f.eb > UINT32_MAX || f.sb > UINT32_MAX) throw std::length_error("format too wide");
+  }
+  operator IEEEFloat::format() const { return {eb, sb}; } // NOLINT
+};
+
 // The name is kept once, by the variable's term: on long problems a copy
 // per variable was a tenth of the memory.  Fields are ordered by size, so
-// that a Var takes 40 bytes.
+// that a Var takes 32 bytes.
 struct Var {
-  IEEEFloat::format fmt{2, 2}; // (2, 2) for Booleans and rounding modes
+  VarFormat fmt; // (2, 2) for Booleans and rounding modes
   qorv::Term const* term = nullptr;
-  std::uint32_t bv = 0; // a bit-vector's width (format (2, bv + 1)), else 0
-  int def = -1;         // the Def whose result this is, or -1 for an input variable
-  int real = -1;        // a declared real: its RealTerm (the variable itself is unused)
+  std::uint32_t bv = 0;     // a bit-vector's width (format (2, bv + 1)), else 0
+  int def = -1;             // the Def whose result this is, or -1 for an input variable
+  int real = -1;            // a declared real: its RealTerm (the variable itself is unused)
+  std::uint16_t fmt_id = 0; // fmt's index in Problem::formats (set by add_var)
   bool is_bool = false;
   bool is_rm = false; // a rounding-mode variable
   std::string const& name() const { return term->name(); }
 };
 
+// A view of a variable or a constant.  The format and the constant's value
+// live in the problem's tables (Problem::format_of, Problem::constant_of):
+// formats are few and constants rare, and there are two operands per term
+// on long problems, so an operand is 20 bytes, not the 64 a format and a
+// value of its own took.
 struct Operand {
-  int var = -1;     // variable index, or -1 for a constant
-  bool abs = false; // value = neg ? -|x| : |x| when abs, else neg ? -x : x
+  int var = -1;          // variable index, or -1 for a constant
+  int constant = -1;     // constants only: the index in Problem::constants
+  std::uint32_t bv = 0;  // a bit-vector's width, else 0 (never with abs or neg)
+  std::uint16_t fmt = 0; // the index in Problem::formats (set by the problem)
+  bool abs = false;      // value = neg ? -|x| : |x| when abs, else neg ? -x : x
   bool neg = false;
-  IEEEFloat constant; // constants only; NaN is always the quiet NaN
-  IEEEFloat::format fmt;
-  bool is_rm = false;   // a rounding mode (format (2, 2), ranks 0..4)
-  std::uint32_t bv = 0; // a bit-vector's width, else 0 (never with abs or neg)
+  bool is_rm = false; // a rounding mode (format (2, 2), ranks 0..4)
 };
 
 // The format that carries bit-vectors of width n, and the width back.
@@ -160,8 +181,8 @@ inline bool bv_operands(FpOp op) {
 
 struct Def {
   FpOp op = FpOp::add;
-  int rm = -1; // the rounding-mode operand, or -1 for operations without one
-  std::vector<int> args;
+  int rm = -1;   // the rounding-mode operand, or -1 for operations without one
+  IntList args;  // one to three operands
   int cond = -1; // ite only: the Boolean node
   int var = -1;  // the variable holding the result
 };
@@ -191,9 +212,9 @@ enum class Op : std::uint8_t {
 
 struct Node {
   Op op = Op::t;
-  int a = -1; // first operand of an atom, or the variable of a bvar
-  int b = -1; // second operand of a binary atom
-  std::vector<int> kids;
+  int a = -1;   // first operand of an atom, or the variable of a bvar
+  int b = -1;   // second operand of a binary atom
+  IntList kids; // none for the atoms
 };
 
 enum class RealOp : std::uint8_t {
@@ -245,7 +266,8 @@ public:
   // A constant operand; a NaN is stored as the quiet NaN.  Returns its index
   // (the same index for the same value).
   int add_constant(IEEEFloat const& v);
-  // An operand viewing a variable (o.var >= 0).  Returns its index.
+  // An operand viewing a variable (o.var >= 0), of the variable's format.
+  // Returns its index.
   int add_operand(Operand const& o);
   int add_node(Op op, int a = -1, int b = -1, std::vector<int> kids = {});
   // A rounding-mode variable (a variable of format (2, 2)); returns the
@@ -275,10 +297,21 @@ public:
   bool has_reals() const { return !real_atoms.empty() || !real_rounds.empty(); }
   int true_node() const { return true_; }
   int false_node() const { return false_; }
+  // An operand's format, and a constant operand's value.
+  IEEEFloat::format const& format_of(int operand) const {
+    return formats[operands[static_cast<std::size_t>(operand)].fmt];
+  }
+  IEEEFloat const& constant_of(int operand) const {
+    Operand const& o = operands[static_cast<std::size_t>(operand)];
+    assert(o.var < 0 && "only a constant operand has a value of its own");
+    return constants[static_cast<std::size_t>(o.constant)];
+  }
 
   qorv::TermManager tm;
   std::vector<Var> vars;
   std::vector<Operand> operands;
+  std::vector<IEEEFloat::format> formats; // each format once, by first use
+  std::vector<IEEEFloat> constants;       // the constant operands' values
   std::vector<Node> nodes;
   std::vector<Def> defs;
   std::vector<int> assertions; // root nodes
@@ -292,12 +325,14 @@ private:
   // result format.  Hashed, so building a problem of n Defs takes time
   // proportional to their size.  The index holds the operand viewing each
   // Def's result and reads the key off the Def itself, so it keeps no copy
-  // of the operands (one int per Def); a new Def is looked up by a key that
-  // points at its operands.
+  // of the operands; a new Def is looked up by a key that points at its
+  // operands.  Open addressing over a power-of-two array of operands (-1
+  // for an empty slot) at most half full: two to four ints per Def, where a
+  // node-based set took a heap block and a bucket per Def.
   struct DefKey {
     FpOp op;
     int rm;
-    std::vector<int> const* args;
+    IntList const* args;
     int cond;
     std::uint64_t eb, sb;
     bool operator==(DefKey const& o) const {
@@ -306,22 +341,13 @@ private:
     }
   };
   DefKey key_of_result(int operand) const;
-  struct DefIndexHash {
-    using is_transparent = void;
-    Problem const* p;
-    std::size_t operator()(DefKey const& k) const;
-    std::size_t operator()(int operand) const { return (*this)(p->key_of_result(operand)); }
-  };
-  struct DefIndexEq {
-    using is_transparent = void;
-    Problem const* p;
-    bool operator()(int a, int b) const { return a == b; }
-    bool operator()(DefKey const& k, int b) const { return k == p->key_of_result(b); }
-    bool operator()(int a, DefKey const& k) const { return p->key_of_result(a) == k; }
-  };
+  static std::uint64_t hash(DefKey const& k);
+  // The slot of k's Def in def_index_, or the empty slot where it belongs.
+  std::size_t def_slot(DefKey const& k) const;
+  // The index of f in `formats`, added when new.
+  std::uint16_t format_id(IEEEFloat::format const& f);
   int true_ = -1, false_ = -1;
-  std::unordered_set<int, DefIndexHash, DefIndexEq> def_index_{0, DefIndexHash{this},
-                                                               DefIndexEq{this}};
+  std::vector<int> def_index_;
   std::unordered_map<std::string, int>
       constant_index_; // constants by their bits, so equal ones share
   int rm_constant_[5] = {-1, -1, -1, -1, -1};

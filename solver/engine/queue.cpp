@@ -12,14 +12,44 @@ namespace fpsolve {
 
 void PropagationQueue::reset(std::size_t vars, std::size_t entries, bool ordered) {
   ordered_ = ordered;
-  entry_watch.assign(vars, {});
-  clause_watch.assign(vars, {});
+  vars_ = vars;
+  watch_start_.assign(vars + 1, 0);
+  watch_.clear();
+  clause_watch_.clear();
   all.clear();
   lost = false;
   entries_.clear();
   entry_queued_.assign(entries, 0);
   clause_vars_.clear();
-  clause_var_queued_.assign(vars, 0);
+  clause_var_queued_.clear();
+}
+
+void PropagationQueue::set_entry_watch(std::vector<std::pair<int, int>>& pairs) {
+  // A stable counting sort by variable keeps each variable's entries in
+  // their order, so dropping repeats is a look at the previous one.
+  std::vector<int> start(vars_ + 1, 0);
+  for (auto const& [v, e] : pairs)
+    ++start[static_cast<std::size_t>(v) + 1];
+  for (std::size_t v = 0; v < vars_; ++v)
+    start[v + 1] += start[v];
+  std::vector<int> sorted(pairs.size());
+  {
+    std::vector<int> at(start.begin(), start.end() - 1);
+    for (auto const& [v, e] : pairs)
+      sorted[static_cast<std::size_t>(at[static_cast<std::size_t>(v)]++)] = e;
+  }
+  std::vector<std::pair<int, int>>().swap(pairs);
+  watch_.clear();
+  watch_.reserve(sorted.size());
+  for (std::size_t v = 0; v < vars_; ++v) {
+    watch_start_[v] = static_cast<int>(watch_.size());
+    for (int i = start[v]; i < start[v + 1]; ++i) {
+      int const e = sorted[static_cast<std::size_t>(i)];
+      if (i == start[v] || sorted[static_cast<std::size_t>(i - 1)] != e) watch_.push_back(e);
+    }
+  }
+  watch_start_[vars_] = static_cast<int>(watch_.size());
+  watch_.shrink_to_fit();
 }
 
 void PropagationQueue::push(int entry) {
@@ -52,11 +82,11 @@ void PropagationQueue::push_front(int entry) {
 }
 
 void PropagationQueue::enqueue_watchers(int v) {
-  if (!clause_watch[v].empty() && !clause_var_queued_[v]) {
+  if (!clause_watch_.empty() && !clause_watch_[v].empty() && !clause_var_queued_[v]) {
     clause_var_queued_[v] = 1;
     clause_vars_.push_back(v);
   }
-  for (int e : entry_watch[v])
+  for (int e : entry_watch(v))
     push(e);
 }
 

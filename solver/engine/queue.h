@@ -8,6 +8,12 @@
 // queued at most once, and its `queued` flag is set exactly while it is
 // queued.
 //
+// The entries' watch lists are fixed once the search is set up, so they are
+// one array of entries grouped by variable (a start offset per variable):
+// two ints per watch instead of a vector (and a heap block) per variable.
+// The clauses' watch lists exist only once a clause is learned, which most
+// long, easy problems never do.
+//
 // The entry queue is first in, first out, or, when ordered, a min-heap on
 // the entry number: the assertions (cheap comparisons) before the Defs, and
 // the Defs in their dependency order (a Def's operands are earlier Defs'
@@ -17,6 +23,8 @@
 
 #include <cstddef>
 #include <deque>
+#include <span>
+#include <utility>
 #include <vector>
 
 namespace fpsolve {
@@ -34,6 +42,23 @@ public:
   // Returns an entry just popped to the front (a round stopped before it);
   // ordered, to its place, which is the front unless smaller ones came.
   void push_front(int entry);
+  // The entries' watch lists from (variable, entry) pairs: each variable's
+  // entries in the order given, a repeat of the entry just before dropped.
+  // Consumes `pairs`.
+  void set_entry_watch(std::vector<std::pair<int, int>>& pairs);
+  std::span<int const> entry_watch(int v) const {
+    return {watch_.data() + watch_start_[v], watch_.data() + watch_start_[v + 1]};
+  }
+  // The list of clauses watching v, made (for every variable) at first use.
+  std::vector<int>& clause_watch(int v) {
+    if (clause_watch_.empty()) {
+      clause_watch_.resize(vars_);
+      clause_var_queued_.assign(vars_, 0);
+    }
+    return clause_watch_[v];
+  }
+  // Whether any clause watches anything (clause_watch was used).
+  bool has_clause_watches() const { return !clause_watch_.empty(); }
   // Queues every entry that watches v, and v for its clauses.
   void enqueue_watchers(int v);
   // Queues the relevant entries in their first order (`all`).
@@ -56,18 +81,22 @@ public:
 
   void check_invariants() const;
 
-  std::vector<std::vector<int>> entry_watch;  // per variable: the entries it occurs in
-  std::vector<std::vector<int>> clause_watch; // per variable: clauses watching it (lazily pruned)
-  std::vector<int> all;                       // the relevant entries, Defs first
-  bool lost = false; // a stalled round left entries that a conflict dropped
+  std::vector<int> all; // the relevant entries, Defs first
+  bool lost = false;    // a stalled round left entries that a conflict dropped
 
 private:
   bool ordered_ = false;
+  std::size_t vars_ = 0;
+  std::vector<int> watch_start_; // per variable and one more: where its entries start
+  std::vector<int> watch_;       // the entries each variable occurs in, grouped by variable
+  // Per variable, empty until a clause is learned: clauses watching it
+  // (lazily pruned).
+  std::vector<std::vector<int>> clause_watch_;
   std::deque<int> entries_; // ordered: a heap under std::greater
 
   std::vector<char> entry_queued_;
-  std::vector<int> clause_vars_; // variables whose watching clauses are due
-  std::vector<char> clause_var_queued_;
+  std::vector<int> clause_vars_;        // variables whose watching clauses are due
+  std::vector<char> clause_var_queued_; // sized with clause_watch_
 };
 
 } // namespace fpsolve

@@ -26,14 +26,13 @@ void setup_search(SearchContext& ctx, PropagationQueue& queue, qorv::FpDecDepMan
   }
   // The links of the atoms' selectors propagate like assertions.
   ctx.roots.insert(ctx.roots.end(), ctx.links.begin(), ctx.links.end());
+  ctx.roots.shrink_to_fit(); // grown by doubling, it lives through the search
   std::size_t const nv = p.vars.size();
   int const nr = static_cast<int>(ctx.roots.size());
   queue.reset(nv, ctx.roots.size() + p.defs.size(), ctx.opt.ordered_queue);
   ctx.relevant.assign(nv, 0);
-  auto watch = [&](int v, int entry) {
-    std::vector<int>& w = queue.entry_watch[v];
-    if (w.empty() || w.back() != entry) w.push_back(entry);
-  };
+  std::vector<std::pair<int, int>> watches; // (variable, entry), for the queue
+  auto watch = [&](int v, int entry) { watches.emplace_back(v, entry); };
   std::vector<int> work; // relevant variables whose Def is still to be visited
   auto mark = [&](int v) {
     if (ctx.relevant[v]) return;
@@ -99,6 +98,11 @@ void setup_search(SearchContext& ctx, PropagationQueue& queue, qorv::FpDecDepMan
   // the second segment, decided only when every input is a single value
   // (then only unspecified results are left to choose).
   ctx.var_of_id.assign(p.tm.term_count() + 1, -1);
+  // Sized once: a list grown by doubling holds up to twice the room.
+  std::size_t decided = 0;
+  for (std::size_t v = 0; v < nv && static_cast<int>(v) < ctx.first_selector; ++v)
+    decided += ctx.relevant[v] ? 1 : 0;
+  manager.terms.reserve(manager.terms.size() + decided);
   for (int pass = 0; pass < 4; ++pass) {
     if (pass == 3) manager.split = manager.terms.size();
     for (std::size_t v = 0; v < nv; ++v) {
@@ -111,6 +115,11 @@ void setup_search(SearchContext& ctx, PropagationQueue& queue, qorv::FpDecDepMan
       }
     }
   }
+  queue.set_entry_watch(watches);
+  std::size_t relevant_defs = 0;
+  for (Def const& d : p.defs)
+    relevant_defs += ctx.relevant[d.var] ? 1 : 0;
+  queue.all.reserve(relevant_defs + ctx.roots.size());
   for (std::size_t d = 0; d < p.defs.size(); ++d)
     if (ctx.relevant[p.defs[d].var]) queue.all.push_back(nr + static_cast<int>(d));
   for (int r = 0; r < nr; ++r)

@@ -18,7 +18,7 @@ ComparisonGraph::ComparisonGraph(Problem const& problem) : p_(problem) {
   };
   auto zero = [&](int o) {
     Operand const& op = p_.operands[o];
-    return op.var < 0 && !op.is_rm && op.constant.is_zero();
+    return op.var < 0 && !op.is_rm && p_.constant_of(o).is_zero();
   };
   for (Def const& d : p_.defs) {
     bool const sum = d.op == FpOp::add || d.op == FpOp::sub;
@@ -27,7 +27,7 @@ ComparisonGraph::ComparisonGraph(Problem const& problem) : p_(problem) {
       // x + 0, 0 + x, x - 0 (not 0 - x, which is -x)
       bool const shape = i == 0 || d.op == FpOp::add;
       if (shape && plain(d.args[i]) && zero(d.args[1 - i]) &&
-          p_.operands[d.args[i]].fmt == p_.vars[d.var].fmt)
+          p_.operands[d.args[i]].fmt == p_.vars[d.var].fmt_id)
         identities_.push_back({d.var, p_.operands[d.args[i]].var});
     }
   }

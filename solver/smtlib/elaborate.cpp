@@ -335,7 +335,6 @@ void Elaborator::declare(std::string const& name, SExpr const& sort_e, SExpr con
   } else {
     Operand o;
     o.var = idx;
-    o.fmt = s.fmt;
     b.value = {false, p_.add_operand(o)};
   }
   bind(name, b, where);
@@ -360,7 +359,7 @@ Elaborator::Sort Elaborator::sort_of(Value v) const {
   s.is_rm = v.is_rm;
   s.is_real = v.is_real;
   if (!v.is_bool && !v.is_rm && !v.is_real) {
-    s.fmt = p_.operands[v.index].fmt;
+    s.fmt = p_.format_of(v.index);
     s.bv = p_.operands[v.index].bv;
   }
   return s;
@@ -457,9 +456,7 @@ std::string Elaborator::sort_text(Value v) const {
   if (v.is_real) return "Real";
   if (!v.is_bool && !v.is_rm && p_.operands[v.index].bv > 0)
     return "(_ BitVec " + std::to_string(p_.operands[v.index].bv) + ")";
-  return v.is_bool ? "Bool"
-         : v.is_rm ? "RoundingMode"
-                   : qorv::fp_sort_text(p_.operands[v.index].fmt);
+  return v.is_bool ? "Bool" : v.is_rm ? "RoundingMode" : qorv::fp_sort_text(p_.format_of(v.index));
 }
 
 int Elaborator::bool_of(SExpr const& e) {
@@ -649,7 +646,7 @@ Value Elaborator::elaborate_list(SExpr const& e) {
     d.op = FpOp::ite;
     d.args = {t.index, f.index};
     d.cond = c;
-    return {false, p_.add_def(d, p_.operands[t.index].fmt, p_.operands[t.index].bv)};
+    return {false, p_.add_def(d, p_.format_of(t.index), p_.operands[t.index].bv)};
   }
   if (op == "=" || op == "distinct") {
     need(2, "at least 2 arguments");
@@ -750,7 +747,7 @@ Value Elaborator::fp_operation(SExpr const& e, FpOperator const& o) {
   case FpOperator::abs: {
     bool const is_neg = o.kind == FpOperator::neg;
     Operand v = p_.operands[args[0]];
-    if (v.var < 0) return {false, p_.add_constant(flip_sign(v.constant, !is_neg))};
+    if (v.var < 0) return {false, p_.add_constant(flip_sign(p_.constant_of(args[0]), !is_neg))};
     if (is_neg) {
       v.neg = !v.neg;
     } else {
@@ -766,7 +763,7 @@ Value Elaborator::fp_operation(SExpr const& e, FpOperator const& o) {
   d.op = o.def;
   d.rm = rm;
   d.args = args;
-  IEEEFloat::format const f = p_.operands[d.args[0]].fmt;
+  IEEEFloat::format const f = p_.format_of(d.args[0]);
   // Constants fold, unless the result is unspecified.
   bool constant = d.rm < 0 || p_.operands[d.rm].var < 0;
   for (int a : d.args)
@@ -774,9 +771,8 @@ Value Elaborator::fp_operation(SExpr const& e, FpOperator const& o) {
   if (constant) {
     std::vector<IEEEFloat> values;
     for (int a : d.args)
-      values.push_back(p_.operands[a].constant);
-    auto const mode =
-        d.rm >= 0 ? rm_of_value(p_.operands[d.rm].constant) : IEEEFloat::rm_nearest_even;
+      values.push_back(p_.constant_of(a));
+    auto const mode = d.rm >= 0 ? rm_of_value(p_.constant_of(d.rm)) : IEEEFloat::rm_nearest_even;
     if (std::optional<IEEEFloat> r = apply_op(d.op, mode, values, f))
       return {false, p_.add_constant(*r)};
   }
@@ -823,8 +819,8 @@ Value Elaborator::to_fp(SExpr const& e, IEEEFloat::format f, bool is_unsigned) {
     throw SmtError(x.pos, "unsupported to_fp argument of sort " + sort_text(v) +
                               "; expected a floating-point term, a real or a bit-vector literal");
   if (rm_constant && p_.operands[v.index].var < 0)
-    return {false, p_.add_constant(canonical(qorv::swflt::convert(
-                       rm_of_value(p_.operands[rm].constant), p_.operands[v.index].constant, f)))};
+    return {false, p_.add_constant(canonical(qorv::swflt::convert(rm_of_value(p_.constant_of(rm)),
+                                                                  p_.constant_of(v.index), f)))};
   Def d;
   d.op = FpOp::convert;
   d.rm = rm;

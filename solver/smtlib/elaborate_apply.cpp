@@ -63,7 +63,6 @@ Value Elaborator::placeholder(std::string const& name, Sort const& s) {
   if (s.bv > 0) return {false, p_.add_bv_var(name, s.bv)};
   Operand o;
   o.var = p_.add_var(name, false, s.fmt);
-  o.fmt = s.fmt;
   return {false, p_.add_operand(o)};
 }
 

@@ -161,8 +161,8 @@ int Elaborator::bv_def(FpOp op, std::vector<int> args, std::uint32_t n, int rm,
   if (constant) {
     std::vector<IEEEFloat> values;
     for (int a : args)
-      values.push_back(p_.operands[a].constant);
-    auto const mode = rm >= 0 ? rm_of_value(p_.operands[rm].constant) : IEEEFloat::rm_nearest_even;
+      values.push_back(p_.constant_of(a));
+    auto const mode = rm >= 0 ? rm_of_value(p_.constant_of(rm)) : IEEEFloat::rm_nearest_even;
     if (std::optional<IEEEFloat> r = apply_op(op, mode, values, to))
       return n > 0 ? p_.add_bv_constant(bv_value(*r), n) : p_.add_constant(*r);
   }
@@ -242,7 +242,8 @@ Value Elaborator::bv_operation(SExpr const& e, BvOperator const& o) {
     }
     Operand const &a = p_.operands[args[0]], &b = p_.operands[args[1]];
     if (a.var < 0 && b.var < 0)
-      return {false, a.constant.to_str() == b.constant.to_str() ? one : zero};
+      return {false,
+              p_.constant_of(args[0]).to_str() == p_.constant_of(args[1]).to_str() ? one : zero};
     Def d;
     d.op = FpOp::ite;
     d.cond = p_.add_node(Op::ident, args[0], args[1]);

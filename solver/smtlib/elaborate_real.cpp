@@ -139,7 +139,7 @@ Value Elaborator::real_operation(SExpr const& e, RealOperator const& o) {
   if (o.kind == RealOperator::to_real) {
     if (argc != 1) throw SmtError(e.pos, "fp.to_real expects 1 floating-point argument");
     int const x = fp_of(e.items[1]);
-    if (p_.operands[static_cast<std::size_t>(x)].fmt.eb > kMaxRealExponentBits)
+    if (p_.format_of(x).eb > kMaxRealExponentBits)
       throw SmtError(e.items[1].pos, "unsupported fp.to_real of a format with more than " +
                                          std::to_string(kMaxRealExponentBits) +
                                          " exponent bits (its exact values grow too large)");
@@ -225,7 +225,7 @@ Value Elaborator::to_fp_of_real(SExpr const& e, int rm, int x, IEEEFloat::format
   RealTerm const& t = p_.reals[static_cast<std::size_t>(x)];
   if (p_.operands[static_cast<std::size_t>(rm)].var < 0 && t.op == RealOp::linear &&
       t.sum.empty()) {
-    auto const mode = rm_of_value(p_.operands[static_cast<std::size_t>(rm)].constant);
+    auto const mode = rm_of_value(p_.constant_of(rm));
     return {false, p_.add_constant(fp_from_rational(t.constant, f, mode, e.items[2].pos))};
   }
   if (f.eb > kMaxRealExponentBits)

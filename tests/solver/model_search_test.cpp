@@ -36,8 +36,8 @@ TEST(ModelSearch, DistanceCountsUlpsAndFollowsBooleanStructure) {
   IEEEFloat::format const f{8, 24};
   int const x = p.add_var("x", false, f), y = p.add_var("y", false, f);
   Operand vx, vy;
-  vx.var = x, vx.fmt = f;
-  vy.var = y, vy.fmt = f;
+  vx.var = x;
+  vy.var = y;
   int const ox = p.add_operand(vx), oy = p.add_operand(vy);
   int const leq = p.add_node(Op::leq, ox, oy), lt = p.add_node(Op::lt, ox, oy);
   int const eq = p.add_node(Op::fp_eq, ox, oy), ident = p.add_node(Op::ident, ox, oy);
@@ -92,8 +92,8 @@ TEST(ModelSearch, DistanceCountsUlpsAndFollowsBooleanStructure) {
   Problem q;
   int const a = q.add_var("a", false, f), b = q.add_var("b", false, f);
   Operand va, vb;
-  va.var = a, va.fmt = f;
-  vb.var = b, vb.fmt = f, vb.neg = true;
+  va.var = a;
+  vb.var = b, vb.neg = true;
   int const oa = q.add_operand(va), onb = q.add_operand(vb);
   Def sq = mul;
   sq.rm = q.add_rm_constant(IEEEFloat::rm_nearest_even), sq.args = {oa, oa};

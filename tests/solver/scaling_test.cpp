@@ -13,8 +13,12 @@
 #include <sstream>
 #include <string>
 
-// A problem holds one Var per term; its name lives in the term only.
-static_assert(sizeof(fpsolve::Var) <= 40, "a variable's record grew");
+// A problem holds one Var per term; its name lives in the term only.  Long
+// problems hold about two operands, a Def and a node per term besides.
+static_assert(sizeof(fpsolve::Var) <= 32, "a variable's record grew");
+static_assert(sizeof(fpsolve::Operand) <= 20, "an operand's record grew");
+static_assert(sizeof(fpsolve::Def) <= 32, "a Def's record grew");
+static_assert(sizeof(fpsolve::Node) <= 28, "a node's record grew");
 
 namespace {
 
@@ -150,7 +154,6 @@ TEST(FpsolveScaling, DefIndexSharesExactlyTheEqualDefs) {
   auto var = [&](std::string const& name, qorv::IEEEFloat::format f) {
     fpsolve::Operand o;
     o.var = p.add_var(name, false, f);
-    o.fmt = f;
     return p.add_operand(o);
   };
   int const x = var("x", f32), y = var("y", f32);
