@@ -15,12 +15,12 @@ void TrailCache<R>::assert_on_trail(qorv::FpBoundElement* e, int v) {
 
 template <class R>
 void TrailCache<R>::reload_end(int v, bool lower) {
-  qorv::fp::FpValueInterval const& iv = trail.interval(ctx_.p.vars[v].term);
+  R const r = rank_of<R>(trail.current_end(ctx_.p.vars[v].term, lower));
   Iv& c = ev.cur[v];
   if (lower)
-    c.lo = rank_of<R>(iv.lower());
+    c.lo = r;
   else
-    c.hi = rank_of<R>(iv.upper());
+    c.hi = r;
 }
 
 template <class R>
@@ -90,8 +90,8 @@ void TrailCache<R>::check_invariants() {
   for (std::size_t v = 0; v < ctx_.p.vars.size(); ++v) {
     if (!ctx_.relevant[v]) continue;
     qorv::Term const* t = ctx_.p.vars[v].term;
-    auto const& iv = trail.interval(t);
-    if (!(rank_of<R>(iv.lower()) == ev.cur[v].lo) || !(rank_of<R>(iv.upper()) == ev.cur[v].hi))
+    if (!(rank_of<R>(trail.current_end(t, true)) == ev.cur[v].lo) ||
+        !(rank_of<R>(trail.current_end(t, false)) == ev.cur[v].hi))
       qorv::invariant_violated("fpsolve search", "interval out of step with the trail", t->name());
   }
 }

@@ -45,6 +45,9 @@ public:
   bool assert_element(qorv::FpBoundElement* e, int v);
   // Starts a level at the current trail length and returns that length.
   std::size_t mark() { return trail.mark(); }
+  // Folds the newest level into the one below (the trail's
+  // merge_last_level); the intervals, and so the cache, do not change.
+  void merge_last_level() { trail.merge_last_level(); }
   // Undoes the trail down to `length` bounds: 0 or a length mark() returned
   // (the levels from there on are gone).
   void backtrack_to(std::size_t length);
