@@ -101,7 +101,8 @@ FpBoundsTrail::Ends FpBoundsTrail::initial_ends(Term const* t) const {
 
 FpBoundsTrail::Ends FpBoundsTrail::current_words(Term const* t) const {
   std::uint64_t const id = t->id;
-  return id < newest_.size() && newest_[id] != 0 ? current_[id] : initial_ends(t);
+  return id < newest_.size() && (newest_[id] != 0 || folded_[id] != 0) ? current_[id]
+                                                                       : initial_ends(t);
 }
 
 // Sized for every term the manager has made so far.  newest_ grows last, so
@@ -111,6 +112,7 @@ void FpBoundsTrail::grow_to(std::uint64_t id) {
   std::size_t const n = std::max<std::uint64_t>(id, tm ? tm->term_count() : 0) + 1;
   current_.resize(n);
   view_.resize(n, view_none);
+  folded_.resize(n, 0);
   newest_.resize(n, 0);
 }
 
@@ -122,14 +124,15 @@ void FpBoundsTrail::set_current(std::uint64_t id, Ends const& ends) noexcept {
 void FpBoundsTrail::refresh_view(Term const* t, fp::FpValueInterval& iv) {
   if (iv.empty()) iv.init(tm, t);
   std::uint32_t const newest = newest_[t->id];
-  if (newest == 0) {
+  std::uint8_t const folded = folded_[t->id];
+  if (newest == 0 && folded == 0) {
     while (iv.entries() > 1)
       iv.pop_entry();
     return;
   }
   Ends const& c = current_[t->id];
   IEEEFloat::format const f = format_of(t);
-  bool const flag = bounds[newest - 1]->flag();
+  bool const flag = newest != 0 ? bounds[newest - 1]->flag() : (folded & folded_lower) != 0;
   if (iv.entries() == 1) {
     iv.push_entry(IEEEFloat::from_narrow_bits(c.lo, f), IEEEFloat::from_narrow_bits(c.hi, f), flag);
     return;
@@ -170,6 +173,15 @@ void FpBoundsTrail::assert_in_words(FpBoundElement* e) {
                                  : IEEEFloat::Packed{&v} < IEEEFloat::Packed{&hi};
   Ends next = cur;
   if (tighter) (e->flag() ? next.lo : next.hi) = v.payload_u64();
+  if (marks_.empty()) {
+    // Below the first mark nothing is undone but by a return to 0, which
+    // restores the initial intervals: the bound folds into the current ends
+    // and takes no slot.
+    folded_[id] = static_cast<std::uint8_t>(folded_yes | (e->flag() ? folded_lower : 0));
+    set_current(id, next);
+    compact_domain_->release_FpBoundElement(e);
+    return;
+  }
   std::uint32_t& newest = newest_[id]; // slot + 1; 0 before the first bound
   if (newest > level_start()) {
     // The term's entry of this level: narrowed in place.
@@ -250,6 +262,7 @@ void FpBoundsTrail::undo_last() noexcept {
 }
 
 void FpBoundsTrail::backtrack(std::size_t length, FpIntervalDomain* domain) {
+  bool const to_root = length == 0 && !starts_level(0); // not merely to a level at 0
   if (compacting() && length < bounds.size()) {
     // Entries rewritten in place since the last mark below `length` cannot
     // be restored, so only a level's own start is a place to return to.
@@ -266,6 +279,12 @@ void FpBoundsTrail::backtrack(std::size_t length, FpIntervalDomain* domain) {
     undo_last();
     if (domain) domain->release_FpBoundElement(e);
   }
+  if (to_root)
+    for (std::size_t id = 0; id < folded_.size(); ++id)
+      if (folded_[id] != 0) {
+        folded_[id] = 0; // back to the initial interval
+        if (view_[id] == view_fresh) view_[id] = view_stale;
+      }
   QORV_DEBUG_CHECK(*this);
 }
 
@@ -343,8 +362,8 @@ void FpBoundsTrail::check_invariants() const {
     }
     if (t->id >= view_.size() || view_[t->id] != view_fresh) continue;
     Ends const c = current_words(t);
-    if (n != (newest_[t->id] != 0 ? 2u : 1u) || iv.lower().payload_u64() != c.lo ||
-        iv.upper().payload_u64() != c.hi)
+    if (n != (newest_[t->id] != 0 || folded_[t->id] != 0 ? 2u : 1u) ||
+        iv.lower().payload_u64() != c.lo || iv.upper().payload_u64() != c.hi)
       fail("a view entry marked up to date differs from the current interval");
   }
   if (above_initial != in_map) fail("interval entries out of step with the trail");
@@ -371,7 +390,7 @@ void FpBoundsTrail::check_invariants() const {
   };
   std::size_t visited = 0;
   for (std::size_t id = 0; id < newest_.size(); ++id) {
-    Ends after = newest_[id] != 0 ? current_[id] : Ends{}; // the ends after slot s
+    Ends after = current_[id]; // the ends after slot s (read only when there is one)
     for (std::size_t s = newest_[id]; s != 0; s = previous_[s - 1], ++visited) {
       if (s > bounds.size() || bounds[s - 1]->term()->id != id || visited > bounds.size())
         fail("a term's chain of bounds leaves the term");

@@ -32,7 +32,10 @@
 // those terms: update_view writes the current interval of the listed terms
 // into it (their first entry, plus the current one once they have a
 // bound), and only then is it up to date.  Wider terms keep their history in
-// the map as without compaction.
+// the map as without compaction.  Below the first mark such a term's bounds
+// take no slot at all: they narrow its current ends and go back to the domain
+// at once (nothing undoes them but a return to 0, which restores the initial
+// intervals), so the trail holds only what a backtrack can undo.
 #pragma once
 
 #include "../fp/fp_value_interval.h"
@@ -42,6 +45,7 @@
 #include "terms.h"
 #include "theory_lit.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <ostream>
@@ -98,12 +102,15 @@ public:
   // when e is tighter (packed order).  Initialises an empty interval first.
   // The flag of the new entry is e's flag.  When compacting and the term has
   // an entry in the current level already, that entry is narrowed instead
-  // and e takes its bound's slot.  Strong guarantee on exceptions.
+  // and e takes its bound's slot; below the first mark, a bound on a term
+  // kept in words takes no slot and goes back to the domain at once (the
+  // caller reads nothing of e afterwards).  Strong guarantee on exceptions.
   void assert_bound(FpBoundElement* e);
   // Undoes every bound past `length` (newest first), popping one interval
   // entry per bound; with a domain, the elements are given back to it.
   // When compacting, `length` must be 0, a mark or the current length
-  // (anything else aborts), and the marks at or above it are dropped.
+  // (anything else aborts), and the marks at or above it are dropped; 0
+  // when no level starts there also undoes the folded bounds (below).
   void backtrack(std::size_t length, FpIntervalDomain* domain = nullptr);
   std::size_t size() const noexcept { return bounds.size(); }
   // Turns compaction on; requires an empty trail.  Replaced bounds are given
@@ -114,6 +121,11 @@ public:
   // the bounds from here on never rewrite an entry below it.
   std::size_t mark();
   std::size_t marks() const noexcept { return marks_.size(); }
+  // Whether a level starts at `length` (so backtracking to it keeps what
+  // lies below, the bounds folded below the first mark included).
+  bool starts_level(std::size_t length) const noexcept {
+    return std::binary_search(marks_.begin(), marks_.end(), length);
+  }
   // Compacting only: folds the newest level into the one below it (at least
   // two marks).  A term with a slot in both keeps the older slot, holding
   // the newer bound (the older bound goes back to the domain) and the ends
@@ -154,6 +166,7 @@ private:
     std::uint64_t lo = 0, hi = 0;
   };
   enum View : std::uint8_t { view_none = 0, view_fresh = 1, view_stale = 2 };
+  enum Folded : std::uint8_t { folded_yes = 1, folded_lower = 2 };
   std::size_t level_start() const noexcept { return marks_.empty() ? 0 : marks_.back(); }
   static std::uint64_t width_of(Term const* t) noexcept {
     DataType const* d = t->symbol->get_output_type();
@@ -175,15 +188,17 @@ private:
   // Compaction only: by term id (the term manager numbers terms densely),
   // the slot of each term's newest bound plus one (0: none), and per slot
   // the same for the same term's bound before it.  Terms kept in words have
-  // their current ends in current_ (valid while the term has a bound) and
-  // the state of their view entry in view_; their slots have the ends from
-  // before the slot's level in before_.
+  // their current ends in current_ (valid while the term has a bound on the
+  // trail or folded below the first mark), whether bounds were folded (and
+  // the last one's flag) in folded_ and the state of their view entry in
+  // view_; their slots have the ends from before the slot's level in before_.
   FpIntervalDomain* compact_domain_ = nullptr;
   std::vector<std::size_t> marks_;
   std::vector<std::uint32_t> newest_;
   std::vector<std::uint32_t> previous_;
   std::vector<Ends> current_;
   std::vector<std::uint8_t> view_;
+  std::vector<std::uint8_t> folded_;
   std::vector<Ends> before_;
 };
 

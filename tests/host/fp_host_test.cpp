@@ -155,13 +155,20 @@ TEST(FpHost, CompactionKeepsOneEntryPerLevelAndBacktracksExactly) {
   }
   EXPECT_GT(merges, 50);
   EXPECT_LT(compact.size(), plain.size());
-  // A long run at level 0 keeps one bound; a return to 0 restores the
-  // initial intervals, the constant's single value included.
+  // A long run below the first mark keeps no bound at all (the Float128
+  // term one, in the map); a return to 0 restores the initial intervals,
+  // the constant's single value included.
   plain.backtrack(0, &domain);
   compact.backtrack(0, &domain);
-  for (int i = 0; i < 1000; ++i)
+  for (int i = 0; i < 1000; ++i) {
     compact.assert_bound(domain.new_FpBoundElement(true, terms[0], f32(i)));
-  EXPECT_TRUE(compact.size() == 1u && compact.current_end(terms[0], true).to_double() == 999.0);
+    compact.assert_bound(
+        domain.new_FpBoundElement(true, terms[5], IEEEFloat::from_double(i, {15, 113})));
+  }
+  EXPECT_TRUE(compact.size() == 1u && domain.live_elements() == 1u &&
+              compact.current_end(terms[0], true).to_double() == 999.0);
+  compact.update_view(listed);
+  EXPECT_EQ(compact.interval(terms[0]).entries(), 2u);
   compact.assert_bound(domain.new_FpBoundElement(false, terms[4], f32(1)));
   EXPECT_TRUE(compact.current_end(terms[4], false).to_double() == 1.0);
   compact.backtrack(0, &domain);
@@ -169,6 +176,7 @@ TEST(FpHost, CompactionKeepsOneEntryPerLevelAndBacktracksExactly) {
               compact.current_end(terms[4], false).to_double() == 2.0);
   EXPECT_EQ(domain.live_elements(), 0u);
   // Returning into the middle of a level cannot be undone exactly: refused.
+  compact.mark();
   compact.assert_bound(domain.new_FpBoundElement(true, terms[0], f32(1)));
   compact.assert_bound(domain.new_FpBoundElement(true, terms[1], f32(1)));
   EXPECT_DEATH(compact.backtrack(1, &domain), "starts no level");
