@@ -1,11 +1,12 @@
 // The bridge between the host's bounds trail and the evaluator's rank cache.
 //
 // One source of truth: the intervals live on the trail (it holds the
-// history, as words or in its value intervals).  `ev.cur` caches the trail's current entries as
-// ranks and is written only by reload_end, which every assert (assert_on_trail) and every undo
-// (backtrack_to) calls for the one end the bound moves; so the cache equals the trail after each of
-// them (check_invariants). narrow only ever shrinks an interval: the new ends lie inside the old
-// ones.
+// history, as words or in its value intervals).  `ev.cur` caches the
+// trail's current entries as ranks and is written only by reload_end, which
+// every assert (assert_on_trail) and every undo (backtrack_to) calls for the
+// one end the bound moves; so the cache equals the trail after each of them
+// (check_invariants).  narrow only ever shrinks an interval: the new ends
+// lie inside the old ones.
 //
 // The trail compacts (Options::compact_trail): a term keeps one entry per
 // level.  So every length the search returns to is made a level first with
