@@ -4,8 +4,8 @@
 //
 // A term's interval has one entry per bound of that term on the trail,
 // after the entries it started with, in trail order (the trail's own
-// invariant, compacted or not), and its ends only narrow from entry to
-// entry.  So the first entry where a bound holds is found by binary search,
+// invariant, compacted or not, in the map or in words), and its ends only
+// narrow from entry to entry.  So the first entry where a bound holds is found by binary search,
 // the trail position of that entry's bound by counting the term's bounds,
 // and its level by the marks of the decisions: level i + 1 starts at
 // levels[i].trail_length, the root (level 0) holds everything below
@@ -37,11 +37,22 @@ std::vector<int> bound_levels(TrailCache<R>& tc, Problem const& p, std::vector<L
   std::vector<int> out;
   for (std::size_t k = 0; k < bounds.size(); ++k) {
     auto const& b = bounds[k];
-    qorv::fp::FpValueInterval const& iv = tc.trail.interval(terms[k]);
-    std::size_t const n = iv.entries(), initial = n - positions[k].size();
+    // Entry e: the term's interval after its e-th bound on the trail (0: the
+    // initial one).  In the map's history, or, for a term the trail keeps
+    // in words, what its next bound restores (the current one after the
+    // last).
+    bool const words = tc.trail.in_words(terms[k]);
+    qorv::fp::FpValueInterval const* iv = words ? nullptr : &tc.trail.interval(terms[k]);
+    std::size_t const n = words ? positions[k].size() + 1 : iv->entries();
+    std::size_t const initial = n - positions[k].size();
+    auto end_at = [&](std::size_t e) {
+      if (!words) return b.lower ? iv->lower_ends[e] : iv->upper_ends[e];
+      return e + 1 == n ? tc.trail.current_end(terms[k], b.lower)
+                        : tc.trail.end_before(positions[k][e], b.lower);
+    };
     auto holds = [&](std::size_t e) {
-      return b.lower ? !(rank_of<R>(iv.lower_ends[e]) < b.rank)
-                     : !(b.rank < rank_of<R>(iv.upper_ends[e]));
+      R const r = rank_of<R>(end_at(e));
+      return b.lower ? !(r < b.rank) : !(b.rank < r);
     };
     std::size_t lo = 0, hi = n - 1; // holds(hi): the bound is true now
     while (lo < hi) {

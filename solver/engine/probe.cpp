@@ -72,6 +72,11 @@ bool Prober<R>::probe(std::vector<IEEEFloat>* out) {
               (queue_.entries_empty() || tc_.ev.eval_all(ctx_.roots) != l_False);
       if (!alive) restore(mark, at_mark);
     }
+    // The dive never returns to this input's level, only to the base, so a
+    // kept value's level joins the one below: the dive holds one slot per
+    // term, not one per input that narrowed it.  The intervals stay as
+    // they are.
+    if (alive && mark > base && tc_.trail.compacting()) tc_.merge_last_level();
   }
   // The exact check in every case: the dive ends where the assertions are
   // not false over the intervals, which, unlike true, vouches for nothing.

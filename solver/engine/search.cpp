@@ -190,6 +190,9 @@ Result Search<R>::run() {
       ok = tc_.assert_element(a, atom_var) && propagation_.deduce();
       continue;
     }
+    // The heuristic reads the trail's map, which a compacting trail keeps
+    // up to date only on request.
+    tc_.trail.update_view(manager_.terms);
     qorv::FpBoundElement* e = heuristic_.decide();
     if (tc_.domain.is_no_decision(e)) {
       // Every value single: the selectors of atoms that stopped mattering are

@@ -9,18 +9,19 @@ namespace fpsolve {
 
 template <class R>
 void TrailCache<R>::assert_on_trail(qorv::FpBoundElement* e, int v) {
+  bool const lower = e->flag(); // a bound below the first mark is released at once
   trail.assert_bound(e);
-  reload_end(v, e->flag());
+  reload_end(v, lower);
 }
 
 template <class R>
 void TrailCache<R>::reload_end(int v, bool lower) {
-  qorv::fp::FpValueInterval const& iv = trail.interval(ctx_.p.vars[v].term);
+  R const r = rank_of<R>(trail.current_end(ctx_.p.vars[v].term, lower));
   Iv& c = ev.cur[v];
   if (lower)
-    c.lo = rank_of<R>(iv.lower());
+    c.lo = r;
   else
-    c.hi = rank_of<R>(iv.upper());
+    c.hi = r;
 }
 
 template <class R>
@@ -77,7 +78,15 @@ void TrailCache<R>::backtrack_to(std::size_t length) {
     assert(v >= 0 && "every bound on the trail is on a search variable");
     undone_.push_back(v);
   }
+  // A return to 0 that starts no level undoes the bounds folded below the
+  // first mark as well, which left no slot naming their variables.
+  bool const to_root = length == 0 && !trail.starts_level(0);
   trail.backtrack(length, &domain);
+  if (to_root) {
+    undone_.clear();
+    for (std::size_t v = 0; v < ctx_.p.vars.size(); ++v)
+      undone_.push_back(static_cast<int>(v));
+  }
   for (int v : undone_) {
     reload_end(v, true);
     reload_end(v, false);
@@ -90,8 +99,8 @@ void TrailCache<R>::check_invariants() {
   for (std::size_t v = 0; v < ctx_.p.vars.size(); ++v) {
     if (!ctx_.relevant[v]) continue;
     qorv::Term const* t = ctx_.p.vars[v].term;
-    auto const& iv = trail.interval(t);
-    if (!(rank_of<R>(iv.lower()) == ev.cur[v].lo) || !(rank_of<R>(iv.upper()) == ev.cur[v].hi))
+    if (!(rank_of<R>(trail.current_end(t, true)) == ev.cur[v].lo) ||
+        !(rank_of<R>(trail.current_end(t, false)) == ev.cur[v].hi))
       qorv::invariant_violated("fpsolve search", "interval out of step with the trail", t->name());
   }
 }

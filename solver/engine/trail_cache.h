@@ -1,11 +1,12 @@
 // The bridge between the host's bounds trail and the evaluator's rank cache.
 //
-// One source of truth: the intervals live on the trail (its value intervals
-// hold the history).  `ev.cur` caches the trail's current entries as ranks
-// and is written only by reload_end, which every assert (assert_on_trail)
-// and every undo (backtrack_to) calls for the one end the bound moves; so
-// the cache equals the trail after each of them (check_invariants).
-// narrow only ever shrinks an interval: the new ends lie inside the old ones.
+// One source of truth: the intervals live on the trail (it holds the
+// history, as words or in its value intervals).  `ev.cur` caches the
+// trail's current entries as ranks and is written only by reload_end, which
+// every assert (assert_on_trail) and every undo (backtrack_to) calls for the
+// one end the bound moves; so the cache equals the trail after each of them
+// (check_invariants).  narrow only ever shrinks an interval: the new ends
+// lie inside the old ones.
 //
 // The trail compacts (Options::compact_trail): a term keeps one entry per
 // level.  So every length the search returns to is made a level first with
@@ -45,6 +46,9 @@ public:
   bool assert_element(qorv::FpBoundElement* e, int v);
   // Starts a level at the current trail length and returns that length.
   std::size_t mark() { return trail.mark(); }
+  // Folds the newest level into the one below (the trail's
+  // merge_last_level); the intervals, and so the cache, do not change.
+  void merge_last_level() { trail.merge_last_level(); }
   // Undoes the trail down to `length` bounds: 0 or a length mark() returned
   // (the levels from there on are gone).
   void backtrack_to(std::size_t length);

@@ -239,12 +239,19 @@ struct SearchHost : fp::fixture::Host {
   }
 };
 
-TEST(AllocationFailure, Decide) {
-  // 44 NaN decisions, then splits down to single values of the small formats.
+// 44 NaN decisions, then splits down to single values of the small formats;
+// on a compacting trail each decision starts a level and the view is brought
+// up to date first, both under failure injection too.
+void decide_run(bool compact) {
   int const points = failure_points("decide()", [&](auto const& arm) {
     SearchHost h;
+    if (compact) h.trail.enable_compaction(&h.domain);
     arm();
     for (int i = 0; i < 100; ++i) {
+      if (compact) {
+        step([&] { h.trail.update_view(h.manager.terms); }, [&] { h.trail.check_invariants(); });
+        unarmed([&] { h.trail.mark(); });
+      }
       FpBoundElement last;
       unarmed([&] { last = h.decision.last_decision(); });
       std::uint64_t const live = h.domain.live_elements();
@@ -270,6 +277,14 @@ TEST(AllocationFailure, Decide) {
     unarmed([&] { h.trail.check_invariants(); });
   });
   EXPECT_GT(points, 100);
+}
+
+TEST(AllocationFailure, Decide) {
+  decide_run(false);
+}
+
+TEST(AllocationFailure, DecideOnCompactingTrail) {
+  decide_run(true);
 }
 
 TEST(AllocationFailure, SearchCandidates) {

@@ -75,10 +75,14 @@ TEST(FpHost, TrailNarrowsOnlyAndBacktracksInStep) {
   EXPECT_EQ(domain.live_elements(), 0u);
 }
 
-// A compacting trail and a plain one take the same random bounds, levels and
-// returns to levels: after every step every interval is the same on both,
-// and the compacting one holds at most one entry per term and level, however
-// many bounds a level takes.  check_invariants runs after every step.
+// A compacting trail and a plain one take the same random bounds, levels,
+// merges of the newest level into the one below (a plain trail just forgets
+// that mark) and returns to levels, over Float32 terms (kept in words), a
+// constant and a Float128 term (kept in the map): after every step every
+// current interval is the same on both, the compacting one holds at most one
+// bound per term and level however many bounds a level takes, and its view
+// of the listed terms, once updated, equals the current intervals while
+// unlisted terms get no view entry.  check_invariants runs after every step.
 TEST(FpHost, CompactionKeepsOneEntryPerLevelAndBacktracksExactly) {
   TermManager tm;
   FpIntervalDomain domain;
@@ -87,19 +91,28 @@ TEST(FpHost, CompactionKeepsOneEntryPerLevelAndBacktracksExactly) {
   std::vector<Term const*> terms;
   for (int i = 0; i < 4; ++i)
     terms.push_back(tm.mk_var("t" + std::to_string(i), tm.fp_sort(8, 24)));
+  terms.push_back(tm.mk_const(f32(2)));
+  terms.push_back(tm.mk_var("q", tm.fp_sort(15, 113)));
+  std::vector<Term const*> const listed(terms.begin() + 1, terms.end()); // t0 is never viewed
+  ASSERT_TRUE(compact.in_words(terms[0]) && !compact.in_words(terms[5]));
   std::vector<std::size_t> plain_marks, compact_marks; // one per level, in step
   std::mt19937_64 rng(25);
   auto same = [&] {
+    for (Term const* t : terms)
+      for (bool lower : {true, false})
+        if (!payload_equal(plain.current_end(t, lower), compact.current_end(t, lower)))
+          return false;
     for (Term const* t : terms) {
-      auto const &p = plain.interval(t), &c = compact.interval(t);
-      if (!payload_equal(p.lower(), c.lower()) || !payload_equal(p.upper(), c.upper()))
-        return false;
-      if (c.entries() > compact_marks.size() + 2) return false; // initial + level 0 + levels
+      std::size_t n = 0;
+      for (FpBoundElement const* e : compact.bounds)
+        n += e->term() == t;
+      if (n > compact.marks() + 1) return false; // level 0 and one per level
     }
     return true;
   };
-  for (int step = 0; step < 4000; ++step) {
-    int const what = static_cast<int>(rng() % 16);
+  int merges = 0;
+  for (int step = 0; step < 6000; ++step) {
+    int const what = static_cast<int>(rng() % 10);
     bool const fresh = compact_marks.empty() || compact_marks.back() != compact.size();
     if (what == 0 && fresh && plain_marks.size() < 6) { // a level per length
       plain_marks.push_back(plain.size());
@@ -110,31 +123,65 @@ TEST(FpHost, CompactionKeepsOneEntryPerLevelAndBacktracksExactly) {
       compact.backtrack(compact_marks[k], &domain);
       plain_marks.resize(k);
       compact_marks.resize(k);
+    } else if (what == 2 && compact_marks.size() >= 2) {
+      std::size_t const below = compact.size();
+      compact.merge_last_level();
+      plain_marks.pop_back();
+      compact_marks.pop_back();
+      ASSERT_LE(compact.size(), below);
+      ++merges;
+    } else if (what == 3) {
+      compact.update_view(listed);
+      for (Term const* t : listed) {
+        auto it = compact.intervals.find(t);
+        ASSERT_TRUE(it != compact.intervals.end());
+        ASSERT_TRUE(payload_equal(it->second.lower(), plain.current_end(t, true)) &&
+                    payload_equal(it->second.upper(), plain.current_end(t, false)));
+      }
+      ASSERT_EQ(compact.intervals.find(terms[0]), compact.intervals.end());
     } else {
-      Term const* t = terms[rng() % terms.size()];
+      // Skewed towards the first terms, so that a level often lacks some
+      // term that the level above has (a merge then moves slots down).
+      Term const* t = terms[rng() % (1 + rng() % terms.size())];
       // Mostly tiny steps inward, as a creeping propagation makes them.
       double const v = static_cast<double>(static_cast<int>(rng() % 2001) - 1000) / 8;
       bool const lower = rng() % 2 == 0;
-      plain.assert_bound(domain.new_FpBoundElement(lower, t, f32(v)));
-      compact.assert_bound(domain.new_FpBoundElement(lower, t, f32(v)));
+      IEEEFloat const x = IEEEFloat::from_double(v, t == terms[5] ? IEEEFloat::format{15, 113}
+                                                                  : IEEEFloat::format{8, 24});
+      plain.assert_bound(domain.new_FpBoundElement(lower, t, x));
+      compact.assert_bound(domain.new_FpBoundElement(lower, t, x));
     }
     compact.check_invariants();
     ASSERT_TRUE(same()) << "step " << step;
   }
+  EXPECT_GT(merges, 50);
   EXPECT_LT(compact.size(), plain.size());
-  // A long run at level 0 keeps one entry above the initial one.
+  // A long run below the first mark keeps no bound at all (the Float128
+  // term one, in the map); a return to 0 restores the initial intervals,
+  // the constant's single value included.
   plain.backtrack(0, &domain);
   compact.backtrack(0, &domain);
-  for (int i = 0; i < 1000; ++i)
+  for (int i = 0; i < 1000; ++i) {
     compact.assert_bound(domain.new_FpBoundElement(true, terms[0], f32(i)));
-  EXPECT_TRUE(compact.size() == 1u && compact.interval(terms[0]).entries() == 2u);
-  EXPECT_EQ(compact.interval(terms[0]).lower().to_double(), 999.0);
+    compact.assert_bound(
+        domain.new_FpBoundElement(true, terms[5], IEEEFloat::from_double(i, {15, 113})));
+  }
+  EXPECT_TRUE(compact.size() == 1u && domain.live_elements() == 1u &&
+              compact.current_end(terms[0], true).to_double() == 999.0);
+  compact.update_view(listed);
+  EXPECT_EQ(compact.interval(terms[0]).entries(), 2u);
+  compact.assert_bound(domain.new_FpBoundElement(false, terms[4], f32(1)));
+  EXPECT_TRUE(compact.current_end(terms[4], false).to_double() == 1.0);
   compact.backtrack(0, &domain);
+  EXPECT_TRUE(compact.current_end(terms[0], true).is_nan() &&
+              compact.current_end(terms[4], false).to_double() == 2.0);
   EXPECT_EQ(domain.live_elements(), 0u);
   // Returning into the middle of a level cannot be undone exactly: refused.
+  compact.mark();
   compact.assert_bound(domain.new_FpBoundElement(true, terms[0], f32(1)));
   compact.assert_bound(domain.new_FpBoundElement(true, terms[1], f32(1)));
   EXPECT_DEATH(compact.backtrack(1, &domain), "starts no level");
+  EXPECT_DEATH(compact.merge_last_level(), "needs two levels");
   compact.backtrack(0, &domain);
 }
 
