@@ -82,7 +82,7 @@ bool Prober<R>::probe(std::vector<IEEEFloat>* out) {
   // not false over the intervals, which, unlike true, vouches for nothing.
   bool found = false;
   if (alive && !ctx_.out_of_resources()) {
-    *out = candidates_.model();
+    candidates_.model_into(out); // into the caller's room: no second copy
     found = candidates_.verify(*out);
   }
   restore(base, at_base);
